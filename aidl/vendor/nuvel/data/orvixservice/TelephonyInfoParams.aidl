@@ -1,0 +1,12 @@
+package vendor.nuvel.data.orvixservice;
+
+/** One modem or subscription, for the census. */
+@VintfStability
+parcelable TelephonyInfoParams {
+    int int1;
+    String text1;
+    String text2;
+    String text3;
+    String text4;
+    int int2;
+}

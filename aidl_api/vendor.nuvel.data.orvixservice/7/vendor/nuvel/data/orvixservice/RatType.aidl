@@ -1,0 +1,6 @@
+package vendor.nuvel.data.orvixservice;
+@VintfStability
+@Backing(type="int")
+enum RatType {
+    UNKNOWN = -1,
+}

@@ -1,0 +1,10 @@
+package vendor.nuvel.data.orvixservice;
+@VintfStability
+parcelable TelephonyInfoParams {
+    int int1;
+    String text1;
+    String text2;
+    String text3;
+    String text4;
+    int int2;
+}

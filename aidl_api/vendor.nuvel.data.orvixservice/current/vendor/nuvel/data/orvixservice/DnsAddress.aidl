@@ -1,0 +1,6 @@
+package vendor.nuvel.data.orvixservice;
+@VintfStability
+parcelable DnsAddress {
+    String text1;
+    String text2;
+}

@@ -1,0 +1,23 @@
+# What the tests and tools find on the host, for a cross build: googletest from Debian's sources, and the two libraries
+# that are headers only, without the rest of the host's /usr/include.
+include(FetchContent)
+set(INSTALL_GTEST OFF)
+set(BUILD_GMOCK OFF)
+FetchContent_Declare(GTest SOURCE_DIR /usr/src/googletest OVERRIDE_FIND_PACKAGE)
+FetchContent_MakeAvailable(GTest)
+foreach(library gtest gtest_main)
+    get_target_property(includes ${library} INTERFACE_INCLUDE_DIRECTORIES)
+    set_target_properties(${library} PROPERTIES INTERFACE_SYSTEM_INCLUDE_DIRECTORIES "${includes}")
+endforeach()
+
+foreach(package nlohmann_json:nlohmann CLI11:CLI)
+    string(REGEX MATCH "([^:]+):(.+)" _ ${package})
+    set(name ${CMAKE_MATCH_1})
+    set(folder ${CMAKE_MATCH_2})
+    file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/host-include/${name})
+    file(CREATE_LINK /usr/include/${folder} ${CMAKE_BINARY_DIR}/host-include/${name}/${folder} SYMBOLIC)
+    add_library(${name}::${name} INTERFACE IMPORTED GLOBAL)
+    target_include_directories(${name}::${name} SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/host-include/${name})
+    string(TOLOWER ${name} lower)
+    file(WRITE ${CMAKE_FIND_PACKAGE_REDIRECTS_DIR}/${lower}-config.cmake "")
+endforeach()

@@ -1,0 +1,15 @@
+// Shell commands for a binder class; a public NDK lacks this header. Its presence gives ndk::ICInterface the virtual
+// function handleShellCommand, as on the device.
+#pragma once
+
+#include <android/binder_ibinder.h>
+#include <stdint.h>
+#include <sys/cdefs.h>
+
+__BEGIN_DECLS
+
+typedef binder_status_t (*AIBinder_handleShellCommand)(AIBinder* binder, int in, int out, int err, const char** argv,
+                                                       uint32_t argc);
+void AIBinder_Class_setHandleShellCommand(AIBinder_Class* clazz, AIBinder_handleShellCommand handler);
+
+__END_DECLS

@@ -1,0 +1,92 @@
+// Lines as `logcat -v threadtime` prints them, on standard error.
+#include <android/log.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr size_t kMaxMessage = 1024;  // with its terminator, as on the device
+
+std::atomic<__android_logger_function> logger{__android_log_logd_logger};
+
+std::string prefixOf(int32_t priority, const char* tag) {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
+    char text[128];
+    std::snprintf(text, sizeof(text), "%02d-%02d %02d:%02d:%02d.%03ld %5d %5ld %c ", local.tm_mon + 1, local.tm_mday,
+                  local.tm_hour, local.tm_min, local.tm_sec, now.tv_usec / 1000, getpid(), syscall(SYS_gettid),
+                  known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?');
+    std::string padded = tag == nullptr ? "" : tag;
+    if (padded.size() < 8) padded.resize(8, ' ');
+    return text + padded + ": ";
+}
+
+}  // namespace
+
+void __android_log_stderr_logger(const struct __android_log_message* log_message) {
+    const std::string prefix = prefixOf(log_message->priority, log_message->tag);
+    std::string_view rest = log_message->message == nullptr ? "" : log_message->message;
+    if (rest.ends_with('\n')) rest.remove_suffix(1);
+    std::string lines;
+    for (;;) {
+        const size_t end = rest.find('\n');
+        lines.append(prefix).append(rest.substr(0, end)).push_back('\n');
+        if (end == std::string_view::npos) break;
+        rest.remove_prefix(end + 1);
+    }
+    // One write, so that the lines of threads and processes do not mix.
+    if (write(STDERR_FILENO, lines.data(), lines.size()) < 0) return;
+}
+
+void __android_log_logd_logger(const struct __android_log_message* log_message) {
+    __android_log_stderr_logger(log_message);
+}
+
+void __android_log_set_logger(__android_logger_function function) { logger = function; }
+
+void __android_log_write_log_message(struct __android_log_message* log_message) {
+    if (const __android_logger_function function = logger) function(log_message);
+}
+
+int __android_log_write(int prio, const char* tag, const char* text) {
+    __android_log_message message{sizeof(message), LOG_ID_DEFAULT, prio, tag, nullptr, 0, text};
+    __android_log_write_log_message(&message);
+    return 1;
+}
+
+int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
+    char text[kMaxMessage];
+    std::vsnprintf(text, sizeof(text), fmt, ap);  // NOLINT(clang-analyzer-valist.Uninitialized): the caller's
+    return __android_log_write(prio, tag, text);
+}
+
+int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    va_list arguments;
+    va_start(arguments, fmt);
+    const int result = __android_log_vprint(prio, tag, fmt, arguments);
+    va_end(arguments);
+    return result;
+}
+
+void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...) {
+    if (fmt != nullptr) {
+        va_list arguments;
+        va_start(arguments, fmt);
+        __android_log_vprint(ANDROID_LOG_FATAL, tag, fmt, arguments);
+        va_end(arguments);
+    } else {
+        __android_log_print(ANDROID_LOG_FATAL, tag, "Assertion failed: %s", cond == nullptr ? "(unknown)" : cond);
+    }
+    std::abort();
+}

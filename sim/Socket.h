@@ -1,0 +1,13 @@
+// What a received descriptor is good for.
+#pragma once
+
+#include "sim/Types.h"
+
+namespace sim {
+
+// {"family":"inet6","type":"dgram","protocol":"udp","usable":true}. Usable: a packet went to another socket on loopback
+// and one came back; otherwise "trouble" says what failed. Takes a second at most for each step; the socket is then
+// bound and connected.
+Json trySocket(int fd);
+
+}  // namespace sim

@@ -1,0 +1,83 @@
+// Bytes measured on a device against the bytes of this code, in both directions.
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <set>
+
+#include "tests/aidl_support.h"
+
+namespace orvix_test {
+namespace {
+
+TEST(Golden, RecordsRoundTrip) {
+    std::set<std::string> seen;
+    for (const Json& row : rowsOf("records.jsonl")) {
+        SCOPED_TRACE(row.dump());
+        const std::string hex = row["hex"];
+        const auto check = [&]<typename R>(R record) {
+            if (shortName(R::descriptor) != row["record"]) return;
+            seen.insert(shortName(R::descriptor));
+            fromJson(row["value"], record);
+            ndk::ScopedAParcel written(AParcel_create());
+            EXPECT_EQ(record.writeToParcel(written.get()), STATUS_OK);
+            EXPECT_EQ(hexOf(contentOf(written.get())), hex);
+
+            R read;
+            const ndk::ScopedAParcel parcel = parcelOf(bytesOfHex(hex));
+            EXPECT_EQ(read.readFromParcel(parcel.get()), STATUS_OK);
+            EXPECT_EQ(toJson(read).dump(), row["value"].dump());
+            EXPECT_EQ(AParcel_getDataPosition(parcel.get()), AParcel_getDataSize(parcel.get()));
+        };
+        std::apply([&](const auto&... records) { (check(records), ...); }, Records{});
+    }
+    EXPECT_EQ(seen.size(), std::tuple_size_v<Records>);
+}
+
+// From the arguments through proxy, platform and stub to the implementation's arguments.
+template <typename I>
+void transactionsRoundTrip() {
+    static const char* const kRefusal = "test: Passing -1 file descriptor as non-@nullable AIDL ParcelFileDescriptor\n";
+    openlog("test", LOG_PERROR, LOG_USER);
+    setlogmask(LOG_MASK(LOG_ERR));
+    Json called;
+    const auto proxy = recorderOf<I>([&](const auto& row, const auto& args) { called = lineOf(row, args); });
+    ndk::ScopedAParcel empty;
+    ASSERT_EQ(AIBinder_prepareTransaction(proxy->asBinder().get(), empty.getR()), STATUS_OK);
+    const Bytes token = contentOf(empty.get());
+    std::set<std::string> seen;
+    forEachMeasuredCall<I>([&](const Json& row, const auto& method, const auto& arguments) {
+        SCOPED_TRACE(row.dump());
+        called = nullptr;
+        takeTransactions();
+        testing::internal::CaptureStderr();
+        const ScopedAStatus status = call(method, *proxy, arguments);
+        const bool sent = row.value("sent", true);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), sent ? "" : kRefusal);
+        EXPECT_EQ(status.getStatus(), row["status"].get<binder_status_t>());
+        EXPECT_EQ(status.getExceptionCode(), row.value("exception", 0));
+        const std::vector<Transaction> transactions = takeTransactions();
+        ASSERT_EQ(transactions.size(), sent ? 2u : 0u);  // the second is the recorder's own
+        if (!sent) return;
+        seen.insert(method.name);
+        EXPECT_EQ(called, lineOf(method, arguments));
+        EXPECT_EQ(transactions[0].code, row["code"]);
+        EXPECT_EQ(transactions[0].flags, row["flags"]);
+        const Bytes measured = bytesOfHex(row["hex"].get<std::string>());
+        Bytes expected = token, bytes = transactions[0].content;
+        expected.insert(expected.end(), measured.begin(), measured.end());
+        ASSERT_EQ(bytes.size(), expected.size());
+        for (const Json& object : row["objects"]) {
+            for (const Json& run : object.value("masked", Json::array())) {
+                const size_t offset = token.size() + run[0].get<size_t>();
+                std::copy_n(&expected[offset], run[1].get<size_t>(), &bytes[offset]);
+            }
+        }
+        EXPECT_EQ(hexOf(bytes), hexOf(expected));
+    });
+    EXPECT_EQ(seen.size(), std::tuple_size_v<decltype(I::methods)>);
+}
+TEST(Golden, ServiceTransactionsRoundTrip) { transactionsRoundTrip<IOrvixService>(); }
+TEST(Golden, RequestTransactionsRoundTrip) { transactionsRoundTrip<IRequest>(); }
+
+}  // namespace
+}  // namespace orvix_test

@@ -1,0 +1,260 @@
+// The library's own threads, a second load and a second initialize; and a service in another process that dies at each
+// step of binding, of the way up and of the way down.
+//
+// The program is also that service: "--service FIRST" asks for numbered pollings once it has a callback.
+
+#include <android/binder_process.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <future>
+#include <numeric>
+#include <thread>
+
+#include "client/AidlClient.h"
+#include "tests/aidl_support.h"
+#include "tests/fake_jni.h"
+
+namespace {
+
+using namespace orvix;
+using namespace std::chrono_literals;
+
+constexpr int kRequests = 20;  // of one service
+constexpr const char* kCall = "jni CallVoidMethod(object, method, ";
+
+// What Java was called with, in order.
+std::vector<std::string> delivered() {
+    std::vector<std::string> arguments;
+    for (const std::string& line : fake::lines()) {
+        if (!line.starts_with(kCall)) continue;
+        arguments.push_back(line.substr(std::strlen(kCall)));
+        arguments.back().pop_back();
+    }
+    return arguments;
+}
+
+void load() { ASSERT_EQ(JNI_OnLoad(fake::vm(), nullptr), JNI_VERSION_1_6); }
+void initialize() { fake::callNative(fake::env(), "initialize"); }
+void registerService(orvix_test::Answer answer = [](auto...) { return STATUS_OK; }) {
+    EXPECT_TRUE(fake::registerService(orvix_test::peerOf<IOrvixService>(std::move(answer))));
+}
+void push(int number) { gAidlClient->pushEv({.type = 2, .intArg = number}); }
+
+class Threads : public testing::Test {
+  protected:
+    void SetUp() override {
+        fake::reset();
+        load();
+    }
+    // From a thread each: 0 to 499, 500 to 999 and so on.
+    static void pushFromFour() {
+        std::vector<std::thread> threads;
+        for (int first = 0; first < 2000; first += 500) {
+            threads.emplace_back([=] {
+                for (int number = first; number < first + 500; ++number) push(number);
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+    }
+};
+
+TEST_F(Threads, EachPushingThreadKeepsItsOrderAndNothingIsLost) {
+    initialize();
+    pushFromFour();
+    ASSERT_TRUE(fake::waitFor(kCall, 2000));
+    std::vector<int> next = {0, 500, 1000, 1500};
+    for (const std::string& number : delivered()) {
+        EXPECT_EQ(std::stoi(number), next[static_cast<size_t>(std::stoi(number) / 500)]++);
+    }
+    EXPECT_EQ(next, (std::vector{500, 1000, 1500, 2000}));
+}
+
+TEST_F(Threads, SecondInitializeBindsAgainAndSharesTheQueue) {
+    registerService();
+    initialize();
+    initialize();
+    pushFromFour();
+    ASSERT_TRUE(fake::waitFor("transact 1 ", 2));
+    ASSERT_TRUE(fake::waitFor(kCall, 2002));
+    std::vector<std::string> got = delivered();
+    EXPECT_EQ(std::erase(got, "true"), 2u);
+    std::vector<int> numbers(got.size()), expected(2000);
+    std::transform(got.begin(), got.end(), numbers.begin(),
+                   [](const std::string& number) { return std::stoi(number); });
+    std::sort(numbers.begin(), numbers.end());
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(numbers, expected);
+}
+
+TEST_F(Threads, SecondLoadWhileADispatchThreadWaits) {
+    initialize();
+    push(1);
+    // Delivered and come to rest: a load meanwhile would stop the thread before its first event.
+    ASSERT_TRUE(fake::waitFor("vm DetachCurrentThread"));
+    ASSERT_TRUE(fake::waitFor("log D new aidl event arrived"));
+    const auto loaded = std::async(std::launch::async, [] {
+        fake::setAttached(true);
+        load();
+    });
+    ASSERT_EQ(loaded.wait_for(5s), std::future_status::ready);
+    push(2);
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(delivered(), std::vector<std::string>{"1"}) << "the first client's thread serves the second client";
+    initialize();
+    ASSERT_TRUE(fake::waitFor(kCall, 2));
+    // The first client's binding thread finds the service too, and keeps it to itself.
+    registerService();
+    ASSERT_TRUE(fake::waitFor("transact 1 "));
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(delivered(), (std::vector<std::string>{"1", "2", "true"}));
+}
+
+TEST(EventSemaphore, BinaryCollapsesAndCountingCounts) {
+    const auto acquires = [](EventSemaphore* semaphore) {
+        auto* const taken = new std::atomic<int>;  // both stay with the thread
+        for (int i = 0; i < 3; ++i) semaphore->release();
+        std::thread([=] {
+            for (;; ++*taken) semaphore->acquire();
+        }).detach();
+        std::this_thread::sleep_for(200ms);
+        return taken->load();
+    };
+    EXPECT_EQ(acquires(new EventSemaphore), 1);
+    EXPECT_EQ(acquires(new EventSemaphore(0)), 3);
+}
+
+int serve(int first) {
+    registerService([=](transaction_code_t code, const AParcel* in, AParcel*) -> binder_status_t {
+        if (code != codeOf<&IOrvixService::registerRequest>()) return STATUS_OK;
+        static std::shared_ptr<IRequest> request;
+        readValue(in, request);
+        std::thread([=] {
+            for (int number = first; number < first + kRequests; ++number) request->startNetworkStatsPolling(number);
+        }).detach();
+        return STATUS_OK;
+    });
+    ABinderProcess_startThreadPool();
+    EXPECT_EQ(write(STDOUT_FILENO, "!", 1), 1);  // registered: somebody waits for that
+    for (;;) pause();
+}
+
+// This program as the service, from its registration to its kill.
+class Service {
+  public:
+    explicit Service(int first) {
+        std::string number = std::to_string(first), program = "client_faults_test", mode = "--service";
+        char* const arguments[] = {program.data(), mode.data(), number.data(), nullptr};
+        int ready[2];
+        EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
+        pid = fork();
+        if (pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            dup2(ready[1], STDOUT_FILENO);
+            execv("/proc/self/exe", arguments);
+            _exit(127);
+        }
+        close(ready[1]);
+        char word = 0;
+        EXPECT_EQ(read(ready[0], &word, 1), 1) << "the service ends before it is registered";
+        close(ready[0]);
+    }
+    Service(const Service&) = delete;
+    ~Service() { kill(); }
+    void kill() {
+        if (pid <= 0) return;
+        ::kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        pid = -1;
+    }
+
+  private:
+    pid_t pid;
+};
+
+// What Java heard: "true", "false", and of a service's requests the first, unless one is missing or out of order.
+using Story = std::vector<std::string>;
+Story story() {
+    Story told;
+    std::string next;
+    for (const std::string& argument : delivered()) {
+        if (argument != next) told.push_back(argument);
+        if (std::isdigit(argument[0]) != 0) next = std::to_string(std::stoi(argument) + 1);
+    }
+    return told;
+}
+
+// A service dies when the line is made, before the step that the line names. On the way up it is the service that is
+// being bound; on the way down it is the next one, which comes and dies while the first one's death is handled.
+struct Step {
+    bool down;
+    std::string line;
+    Story story;  // what Java hears until the last service has asked for everything
+};
+void PrintTo(const Step& step, std::ostream* out) { *out << (step.down ? "down, " : "up, ") << step.line; }
+class Dying : public testing::TestWithParam<Step> {};
+
+TEST_P(Dying, TheNextServiceIsBound) {
+    fake::reset();
+    const auto first = std::make_shared<Service>(100);
+    const auto armed = std::make_shared<std::atomic<bool>>(!GetParam().down);
+    const auto died = std::make_shared<std::promise<void>>();
+    fake::script.then = [=, step = GetParam()](const std::string& line) {
+        if (!line.starts_with(step.line) || !armed->exchange(false)) return;
+        if (step.down) {
+            Service next(200);
+        } else {
+            first->kill();
+        }
+        died->set_value();
+    };
+    load();
+    initialize();
+    const auto waitForLast = [](int number) {
+        return fake::waitFor(kCall + std::to_string(number + kRequests - 1) + ")");
+    };
+    if (GetParam().down) {
+        ASSERT_TRUE(waitForLast(100));
+        *armed = true;
+        first->kill();
+    }
+    ASSERT_EQ(died->get_future().wait_for(10s), std::future_status::ready);
+    const Service last(300);
+    ASSERT_TRUE(waitForLast(300));
+    Story told = story();
+    std::erase(told, "100");
+    // The death may overtake the news of the binding that it ended.
+    if (GetParam().line == "log D bindToService is successful" && told[0] == "false") std::swap(told[0], told[1]);
+    EXPECT_EQ(told, GetParam().story);
+}
+
+const Story kUnnoticed = {"true", "300"}, kNoticed = {"true", "false", "true", "300"};
+const std::string kTrue = std::string(kCall) + "true)", kFalse = std::string(kCall) + "false)";
+const std::string kRequest = std::string(kCall) + "110)";
+INSTANTIATE_TEST_SUITE_P(
+    AtEachStep, Dying,
+    testing::Values(Step{false, "binder waitForService", kUnnoticed}, Step{false, "binder associateClass", kUnnoticed},
+                    Step{false, "log D bindToService is successful", kNoticed},
+                    Step{false, "log D handleServiceUp start", kNoticed},
+                    Step{false, "vm AttachCurrentThread", kNoticed}, Step{false, kTrue, kNoticed},
+                    Step{false, "vm DetachCurrentThread", kNoticed}, Step{false, "transact 1 ", kNoticed},
+                    Step{false, kRequest, kNoticed}, Step{true, "log D handleServiceDown start", kNoticed},
+                    Step{true, "binder unlinkToDeath", kNoticed}, Step{true, "vm AttachCurrentThread", kNoticed},
+                    Step{true, kFalse, kNoticed}, Step{true, "vm DetachCurrentThread", kNoticed}));
+
+}  // namespace
+
+// The thread sanitizer would wait a second at the end of every process.
+extern "C" const char* __tsan_default_options() { return "atexit_sleep_ms=0"; }
+
+int main(int argc, char** argv) {
+    if (argc == 3 && argv[1] == std::string("--service")) return serve(std::atoi(argv[2]));
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,20 @@
+# What belongs to the device: that things written twice agree, that overflow ends the process, and the hardened object.
+add_test(NAME device_consistency
+         COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/device_consistency_test.py)
+
+orvix_test(hardened_overflow_test SOURCES hardened_overflow_test.cpp LIBRARIES orvix_client)
+
+if(ORVIX_HARDENED)
+    add_library(hardened_checks STATIC hardened_checks.cpp)
+    orvix_library_options(hardened_checks)
+    orvix_test(hardened_checks_test SOURCES hardened_checks_test.cpp LIBRARIES hardened_checks)
+    add_test(NAME device_report
+             COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/device_report_test.py
+                     $<TARGET_FILE:OrvixJni> ${CMAKE_CXX_COMPILER})
+endif()
+if(CMAKE_CROSSCOMPILING)
+    add_test(NAME device_android
+             COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/device_android_test.py
+                     ${CMAKE_BINARY_DIR}/android-proof)
+    set_tests_properties(device_android PROPERTIES TIMEOUT 300)
+endif()

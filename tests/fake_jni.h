@@ -1,0 +1,79 @@
+// The library between a Java VM of function tables and a recorded platform border.
+//
+// Everything that passes is one line of one transcript, in order: "log" the library's log, "jni" and "vm" its calls of
+// the VM, "transact" what it sends to the service, "binder" the other steps of binding, "sys" and "syslog" its sockets.
+// The border is drawn by the linker (--wrap), around the objects of this program only.
+#pragma once
+
+#include <android/binder_auto_utils.h>
+#include <jni.h>
+
+#include <atomic>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "aidl/IOrvixService.h"
+
+namespace fake {
+
+namespace orvix = aidl::vendor::nuvel::data::orvixservice;
+
+// What the VM and the platform answer. Set it while no other thread runs, except the atomic members.
+struct Script {
+    std::optional<jint> getEnv;         // instead of whether the thread is attached
+    std::atomic<jint> attach = JNI_OK;  // AttachCurrentThread
+    jint registerNatives = JNI_OK;
+    std::set<std::string> missing;  // classes and methods that are not there
+    bool allocObject = true;
+    int tagSocket = 0;
+    std::atomic<int> nullServices = 0;  // so many waits for the service give null at once
+    // Runs on the thread that made the line, before the call is made.
+    std::function<void(const std::string& line)> then;
+};
+extern Script& script;
+
+// Before everything else, and again to forget the transcript and the script. The calling thread is attached, as threads
+// of Java are. The services are those of this process and its children alone.
+void reset();
+void setAttached(bool attached);
+JavaVM* vm();
+JNIEnv* env();
+
+void record(const std::string& line);
+void clearLines();
+std::vector<std::string> lines();
+// Lines that begin so.
+size_t count(std::string_view start);
+// Waits until there are so many lines that begin so; false after ten seconds.
+bool waitFor(std::string_view start, size_t times = 1);
+
+// Java's objects.
+jbyteArray bytes(const std::vector<uint8_t>& bytes);
+jobject parcel(AParcel* content);  // takes the parcel, which is read from its position
+jobjectArray array(const std::vector<jobject>& elements);
+template <typename Record>
+jobject parcelOf(const Record& record) {
+    AParcel* content = AParcel_create();
+    record.writeToParcel(content);
+    AParcel_setDataPosition(content, 0);
+    return parcel(content);
+}
+
+// Calls a native method by the name under which the library registered it.
+void* nativeMethod(const std::string& name);
+template <typename... Args>
+void callNative(JNIEnv* caller, const char* name, Args... args) {
+    reinterpret_cast<void (*)(JNIEnv*, jobject, Args...)>(nativeMethod(name))(caller, nullptr, args...);
+}
+
+// The name that the library waits for.
+inline constexpr const char* kServiceName = "vendor.nuvel.data.orvixservice.IOrvixService/default";
+
+// Registers it as the service that the library waits for; false if the platform refuses.
+bool registerService(const ndk::SpAIBinder& binder);
+
+}  // namespace fake

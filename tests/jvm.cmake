@@ -1,0 +1,42 @@
+# The library on a real virtual machine. None of these tests runs where that does not: under a sanitizer's runtime or for
+# another processor.
+if(CMAKE_CROSSCOMPILING OR CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+    return()
+endif()
+find_package(Java 17 REQUIRED COMPONENTS Runtime Development)
+include(UseJava)
+
+# The agent interface's header stands beside the virtual machine.
+file(REAL_PATH "${Java_JAVAC_EXECUTABLE}" java_home)
+cmake_path(SET java_home NORMALIZE "${java_home}/../..")
+add_library(jvm_recorder MODULE jvm_recorder.cpp)
+target_include_directories(jvm_recorder SYSTEM PRIVATE ${java_home}/include ${java_home}/include/linux)
+target_link_libraries(jvm_recorder PRIVATE log ${CMAKE_DL_LIBS})
+
+add_jar(orvix-jvm-tests
+    SOURCES jvm/JvmExit.java
+    INCLUDE_JARS orvix-app
+    OUTPUT_DIR ${CMAKE_BINARY_DIR}/java)
+
+function(orvix_live_test name timeout)
+    add_test(NAME ${name}
+             COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/${name}.py --build ${CMAKE_BINARY_DIR} ${ARGN})
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout})
+endfunction()
+orvix_live_test(jvm_transcript_test 60)
+orvix_live_test(jvm_exit_test 120)
+orvix_live_test(live_test 120)
+
+# A plain main program in the application's package: exit 0 when every check held.
+set(CMAKE_JAVA_COMPILE_FLAGS -Xlint:all,-serial -Werror --release 17)
+add_jar(orvix-java-tests
+    SOURCES java/vendor/nuvel/data/orvixadmin/ParcelGolden.java
+    INCLUDE_JARS android-stub orvix-app ${GSON_JAR}
+    OUTPUT_DIR ${CMAKE_BINARY_DIR}/java)
+
+set(jars ${CMAKE_BINARY_DIR}/java)
+add_test(NAME java.ParcelGolden
+    COMMAND ${Java_JAVA_EXECUTABLE} -Xcheck:jni -Djava.library.path=$<TARGET_FILE_DIR:android_runtime>
+        -cp ${jars}/orvix-java-tests.jar:${jars}/orvix-app.jar:${jars}/android-stub.jar:${GSON_JAR}
+        vendor.nuvel.data.orvixadmin.ParcelGolden ${CMAKE_SOURCE_DIR}/tests/data)
+set_tests_properties(java.ParcelGolden PROPERTIES TIMEOUT 60 FAIL_REGULAR_EXPRESSION "WARNING in native;FATAL ERROR")

@@ -1,0 +1,57 @@
+#!/usr/bin/env python3
+"""A virtual machine ends at once and with its own exit code after the library's initialize, whatever goes on."""
+
+import argparse
+import itertools
+import sys
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "sim"))
+from live import Stage, Unmet  # noqa: E402
+
+AT_ONCE = 2.0  # seconds; a machine that hangs does so for ever
+CODES = {"return": 0, "exit": 7, "halt": 8, "exitInCallOut": 9}
+
+
+def end(stage, service, way, load):
+    jars = ":".join(str(stage.build / "java" / jar) for jar in ("orvix-jvm-tests.jar", "orvix-app.jar"))
+    app = stage.start_app(command=["java", f"-Djava.library.path={stage.build / 'lib'}", "-cp", jars, "JvmExit", way,
+                                   load])
+    begin = len(stage.lines)
+    requests = itertools.count()
+
+    def ask():
+        if load == "busy" or way == "exitInCallOut":
+            for _ in range(10):
+                service.say(f"startUidStatsPolling {next(requests)}")
+
+    def ending():
+        if stage.find(begin, call="registerRequest"):
+            ask()
+        return stage.find(begin, ending=way)
+
+    stage.wait(f"{way}, {load}: the end begins", ending, 20)
+    ask()
+    code, took = stage.wait_exit(app, AT_ONCE)
+    print(f"{way:>14} {load}: exit code {code} after {took * 1000:.0f} ms")
+    if code != CODES[way]:
+        raise Unmet(f"{way}, {load}: exit code {code}, not {CODES[way]}")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", type=Path, required=True)
+    failed = 0
+    with Stage(parser.parse_args().build) as stage:
+        service = stage.start_service()
+        for way, load in itertools.product(CODES, ("idle", "busy")):
+            try:
+                end(stage, service, way, load)
+            except Unmet as unmet:
+                failed += 1
+                print("FAILED:", unmet)
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

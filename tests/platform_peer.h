@@ -1,0 +1,187 @@
+// A second process for the test of the platform: the same program, run again as a service that does what it is asked.
+#pragma once
+
+#include <android/binder_auto_utils.h>
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <android/binder_stability.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace peer {
+
+inline constexpr const char* kDescriptor = "test.IPeer";
+inline constexpr const char* kName = "test.IPeer/default";
+
+// What a peer can be asked. Arguments and answers are int32 unless said otherwise.
+enum Code : transaction_code_t {
+    kEcho = 1,   // answers the argument
+    kNote,       // notes (number, milliseconds to take over it)
+    kNotes,      // answers for each note: number, calling pid, and how many were under way with it
+    kHold,       // holds the strong binder
+    kGiveBack,   // answers the held strong binder
+    kNewBinder,  // answers a new strong binder of its own
+    kAnswer,     // its status is the argument
+    kDie,        // ends the process without an answer
+};
+
+// How many binders of this class live here.
+inline std::atomic<int> living{0};
+
+struct Note {
+    int32_t number;
+    int32_t pid;
+    int32_t underWay;
+};
+
+struct Implementation {
+    std::mutex lock;
+    std::vector<Note> notes;
+    int underWay = 0;
+    ndk::SpAIBinder held;
+
+    Implementation() { ++living; }
+    ~Implementation() { --living; }
+
+    binder_status_t note(int32_t number, int32_t milliseconds) {
+        {
+            const std::lock_guard guard(lock);
+            notes.push_back({number, AIBinder_getCallingPid(), ++underWay});
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+        const std::lock_guard guard(lock);
+        --underWay;
+        return STATUS_OK;
+    }
+};
+
+ndk::SpAIBinder newBinder();
+
+inline binder_status_t onTransact(AIBinder* binder, transaction_code_t code, const AParcel* in, AParcel* out) {
+    auto& self = *static_cast<Implementation*>(AIBinder_getUserData(binder));
+    ndk::SpAIBinder given;
+    if (code == kHold && AParcel_readStrongBinder(in, given.getR()) != STATUS_OK) return STATUS_BAD_TYPE;
+    int32_t first = 0;
+    int32_t second = 0;
+    AParcel_readInt32(in, &first);
+    AParcel_readInt32(in, &second);
+    if (code == kNote) return self.note(first, second);
+    const std::lock_guard lock(self.lock);
+    switch (code) {
+        case kEcho: return AParcel_writeInt32(out, first);
+        case kNotes:
+            for (const Note& note : self.notes) {
+                for (const int32_t word : {note.number, note.pid, note.underWay}) AParcel_writeInt32(out, word);
+            }
+            return STATUS_OK;
+        case kHold: std::swap(self.held, given); return STATUS_OK;
+        case kGiveBack: return AParcel_writeStrongBinder(out, self.held.get());
+        case kNewBinder: return AParcel_writeStrongBinder(out, newBinder().get());
+        case kAnswer: return first;
+        case kDie: _exit(3);
+        default: return STATUS_UNKNOWN_TRANSACTION;
+    }
+}
+
+inline AIBinder_Class* binderClass() {
+    static AIBinder_Class* const clazz = AIBinder_Class_define(
+        kDescriptor, [](void*) -> void* { return new Implementation; },
+        [](void* data) { delete static_cast<Implementation*>(data); }, onTransact);
+    return clazz;
+}
+
+// A binder of this class in this process.
+inline ndk::SpAIBinder newBinder() {
+    ndk::SpAIBinder binder(AIBinder_new(binderClass(), nullptr));
+    AIBinder_markVintfStability(binder.get());
+    return binder;
+}
+
+// The registered binder with its class, when it is there.
+inline ndk::SpAIBinder waitFor(const char* name) {
+    ndk::SpAIBinder binder(AServiceManager_waitForService(name));
+    EXPECT_TRUE(AIBinder_associateClass(binder.get(), binderClass()));
+    return binder;
+}
+
+using Writer = std::function<void(AParcel*)>;
+inline Writer words(std::vector<int32_t> values) {
+    return [values = std::move(values)](AParcel* parcel) {
+        for (const int32_t value : values) AParcel_writeInt32(parcel, value);
+    };
+}
+
+struct Answer {
+    binder_status_t status;
+    ndk::ScopedAParcel parcel;
+
+    int32_t word() const {
+        int32_t value = -12345;
+        if (parcel.get() != nullptr) AParcel_readInt32(parcel.get(), &value);
+        return value;
+    }
+    ndk::SpAIBinder binder() const {
+        ndk::SpAIBinder binder;
+        if (parcel.get() != nullptr) AParcel_readStrongBinder(parcel.get(), binder.getR());
+        return binder;
+    }
+};
+
+// One transaction.
+inline Answer call(const ndk::SpAIBinder& binder, Code code, const Writer& write = {}, binder_flags_t flags = 0) {
+    ndk::ScopedAParcel in;
+    Answer answer{AIBinder_prepareTransaction(binder.get(), in.getR()), ndk::ScopedAParcel()};
+    if (answer.status != STATUS_OK) return answer;
+    if (write) write(in.get());
+    answer.status = AIBinder_transact(binder.get(), code, in.getR(), answer.parcel.getR(), flags);
+    return answer;
+}
+
+inline std::vector<Note> notesOf(const ndk::SpAIBinder& binder) {
+    std::vector<Note> notes;
+    const Answer answer = call(binder, kNotes);
+    EXPECT_EQ(STATUS_OK, answer.status);
+    const int32_t size = answer.status == STATUS_OK ? AParcel_getDataSize(answer.parcel.get()) : 0;
+    for (int32_t at = 0; at < size; at += 12) notes.push_back({answer.word(), answer.word(), answer.word()});
+    return notes;
+}
+
+// Runs the program again as the service of this name, and kills it at the end.
+class Process {
+  public:
+    explicit Process(std::string name) {
+        char self[] = "/proc/self/exe";
+        char mode[] = "--peer";
+        char* const arguments[] = {self, mode, name.data(), nullptr};
+        EXPECT_EQ(0, posix_spawn(&mPid, self, nullptr, nullptr, arguments, environ));
+    }
+    ~Process() {
+        signal(SIGKILL);
+        waitpid(mPid, nullptr, 0);
+    }
+    void signal(int number) const { ::kill(mPid, number); }
+
+  private:
+    pid_t mPid = 0;
+};
+
+// What such a process does.
+inline int serve(const char* name) {
+    const ndk::SpAIBinder binder = newBinder();
+    ABinderProcess_startThreadPool();
+    if (AServiceManager_addService(binder.get(), name) != EX_NONE) return 2;
+    for (;;) pause();
+}
+
+}  // namespace peer

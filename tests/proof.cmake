@@ -1,0 +1,13 @@
+# Endurance, on a Java VM and without one. No VM runs under a sanitizer's runtime or for another processor.
+function(orvix_soak_test name)
+    add_test(NAME ${name}
+             COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/sim/soak.py --build ${CMAKE_BINARY_DIR} ${ARGN})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
+endfunction()
+if(CMAKE_CROSSCOMPILING)
+    return()
+endif()
+orvix_soak_test(soak_without_vm --cycles 20 --quiet-vm)
+if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+    orvix_soak_test(soak --cycles 100)
+endif()

@@ -1,0 +1,10 @@
+# The tools of sim/: the parcel inspector and the simulated service.
+add_test(NAME parcel_tool
+         COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/parcel_tool_test.py ${CMAKE_CURRENT_SOURCE_DIR}/data
+                 ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:orvix-parcel>)
+set_tests_properties(parcel_tool PROPERTIES TIMEOUT 300)
+
+add_test(NAME service_tool
+         COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/service_tool_test.py ${CMAKE_BINARY_DIR}
+                 ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:orvix-service>)
+set_tests_properties(service_tool PROPERTIES TIMEOUT 120 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
