@@ -32,6 +32,10 @@ ndk::ScopedFileDescriptor moveHigh(int fd) {
     return ndk::ScopedFileDescriptor(low.get() < 0 ? -1 : duplicateHigh(low.get()));
 }
 
+// The kernel keeps a process of several threads waiting for many milliseconds when its table of descriptors grows. Most
+// programs have one thread yet when this library is loaded.
+[[gnu::constructor]] void growDescriptorTable() { moveHigh(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+
 // Through the open folder, so that its own path may be as long as it likes.
 sockaddr_un addressOf(const std::string& name) {
     sockaddr_un address{};
