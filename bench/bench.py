@@ -1,0 +1,250 @@
+#!/usr/bin/env python3
+"""What the library costs, each figure beside its floor from the same run. Exit code 1 when a target is missed.
+
+Instructions and allocations are exact and repeat; times are of this machine at this moment, and the ratio is what
+counts.
+"""
+
+import argparse
+import json
+import os
+import re
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+RUNS = 200  # of each operation while instructions are counted; as in bench.cpp
+LATENCIES = 1500
+QUEUE = "event queue, pushed and drained"
+LIVES = 30
+WAIT = 30  # seconds for any answer
+
+
+class Half:
+    """A process that answers commands by lines."""
+
+    def __init__(self, command, environment, **more):
+        self.process = subprocess.Popen(command, env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        text=True, bufsize=1, **more)
+
+    def say(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
+    def hear(self, name):
+        """The numbers of the next line with this name. A process that ends instead is an error."""
+        for line in self.process.stdout:
+            if line.rstrip("\n") == name or line.startswith(name + " "):
+                return [int(word) for word in line[len(name):].split()]
+        raise SystemExit(f"bench: no answer '{name}': the process ended with {self.process.wait()}")
+
+    def ask(self, command, name=None):
+        self.say(command)
+        return self.hear(name or command.split()[0])
+
+    def end(self):
+        self.process.kill()
+        self.process.wait()
+
+
+def percentile(values, share):
+    ordered = sorted(values)
+    return ordered[min(len(ordered) - 1, int(len(ordered) * share))]
+
+
+class Report:
+    def __init__(self):
+        self.rows = []
+
+    def add(self, group, name, unit, library, floor=None, target=None, own_target=None):
+        """target: the ratio that is allowed; own_target: the number itself that is."""
+        ratio = library / floor if floor else None
+        allowed = own_target if target is None else target
+        met = None if allowed is None else (library if target is None else ratio) <= allowed
+        self.rows.append({"group": group, "name": name, "unit": unit, "library": library, "floor": floor,
+                          "ratio": ratio, "target": allowed, "met": met})
+
+    def missed(self):
+        return [row for row in self.rows if row["met"] is False]
+
+    def print(self):
+        group = None
+        for row in sorted(self.rows, key=lambda row: [each["group"] for each in self.rows].index(row["group"])):
+            if row["group"] != group:
+                group = row["group"]
+                print(f"\n{group:52} {'library':>12} {'floor':>12}  ratio  target")
+            number = lambda value: "" if value is None else f"{value:,.0f}" if value >= 100 or value == int(value) \
+                else f"{value:.2f}"
+            ratio = "" if row["ratio"] is None else f"{row['ratio']:6.3f}"
+            target = "" if row["target"] is None else f"{row['target']:g} {'met' if row['met'] else 'MISSED'}"
+            print(f"  {row['name'] + ', ' + row['unit']:52} {number(row['library']):>12} {number(row['floor']):>12} "
+                  f"{ratio:>6}  {target}")
+
+
+def instructions(build, report):
+    with tempfile.TemporaryDirectory() as folder:
+        command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={folder}/out", str(build / "bin/orvix-bench"),
+                   "--instructions"]
+        done = subprocess.run(command, capture_output=True, text=True)
+        if done.returncode != 0:
+            raise SystemExit(f"bench: valgrind failed:\n{done.stderr}")
+        counts = {}
+        for path in sorted(Path(folder).iterdir(), key=lambda path: int(path.suffix[1:] or 0)):
+            text = path.read_text(errors="replace")
+            name = re.search(r"^desc: Trigger: Client Request: (.*)$", text, re.M)
+            total = re.search(r"^(?:totals|summary): (\d+)", text, re.M)
+            if name and total:
+                counts[name[1]] = int(total[1]) / RUNS
+    few, many = (counts.pop(f"queue/{events}") * RUNS / events for events in (1000, 1000000))
+    report.add(QUEUE, "of 1,000,000 against of 1,000, instructions", "an event", many, few, 1.1)
+    for name in dict.fromkeys(key.rpartition("/")[0] for key in counts):
+        promised = counts.get(f"{name}/promised")
+        target = None if promised or f"{name}/floor" not in counts else 1.05
+        report.add("instructions", name, "a call", counts[f"{name}/library"], counts.get(f"{name}/floor"), target)
+        if promised:
+            report.add("instructions", f"{name}: floor with lock and status", "a call", counts[f"{name}/library"],
+                       promised, 1.05)
+
+
+def allocations(build, report):
+    counts = json.loads(subprocess.run([build / "bin/orvix-bench", "--allocations"], capture_output=True, text=True,
+                                       check=True).stdout)
+    for name in dict.fromkeys(key.rpartition("/")[0] for key in counts):
+        library, floor = counts[f"{name}/library"], counts.get(f"{name}/floor", {})
+        for what in ("allocations", "bytes"):
+            report.add("heap", name, what, library[what], floor.get(what))
+        if name == "native sendFGNetworkInfo":
+            report.add("heap", name, "the library's own", library["own"], own_target=0)
+
+
+def micro(build, report, seconds):
+    command = [build / "bin/orvix-bench", "--benchmark_format=json", f"--benchmark_min_time={seconds}"]
+    result = json.loads(subprocess.run(command, capture_output=True, text=True, check=True).stdout)
+    times = {}
+    for run in result["benchmarks"]:
+        times[re.sub("/iterations.*", "", run["name"])] = 1e9 / run["items_per_second"] if "items_per_second" in run \
+            else run["real_time"]
+    names = dict.fromkeys(key.rpartition("/")[0] for key in times if not key.startswith("queue/"))
+    for name in names:
+        report.add("time in one process", name, "ns", times[f"{name}/library"], times.get(f"{name}/floor"))
+    for producers in (1, 4):
+        for events in (1000, 1000000):
+            report.add(QUEUE, f"{events:,} events, {producers} producers", "ns an event",
+                       times[f"queue/library/{events}/{producers}"], times[f"queue/floor/{events}/{producers}"])
+        growth = {side: times[f"queue/{side}/1000000/{producers}"] / times[f"queue/{side}/1000/{producers}"]
+                  for side in ("library", "floor")}
+        report.add(QUEUE, f"growth from 1,000 to 1,000,000, {producers} producers", "times", growth["library"],
+                   growth["floor"], own_target=1.1)
+
+
+def live(build, report, folder):
+    environment = dict(os.environ, ORVIX_BINDER_DIR=folder)
+    jars = [build / "java" / jar for jar in ("orvix-bench.jar", "orvix-app.jar", "android-stub.jar")]
+    java = Half(["java", "-XX:+UseSerialGC", f"-Djava.library.path={build / 'lib'}", "-cp",
+                 ":".join(map(str, [*jars, "/usr/share/java/gson.jar"])), "vendor.nuvel.data.orvixadmin.Bench"],
+                environment, stderr=subprocess.DEVNULL)
+    program = build / "bin/orvix-bench-service"
+    service = None
+    try:
+        loads = java.ask("loads")
+        report.add("real VM", "JNI_OnLoad, median", "us", statistics.median(loads) / 1000)
+        times = java.ask("callOuts")
+        # Attaching takes nearly all of it, and as long as it pleases: the quieter runs say more.
+        library, floor, logged = (percentile(times[side::3], 0.25) for side in range(3))
+        report.add("real VM", "call-out, from queued to returned", "ns", library, floor)
+        report.add("real VM", "call-out: floor with the log lines", "ns", library, logged, 1.05)
+
+        def start():
+            half = Half([program], environment)
+            [registered] = half.hear("registered")
+            return half, registered
+
+        service, _ = start()
+        java.ask("initialize", "available true")
+        time.sleep(0.2)  # until the callback is registered
+        times = java.ask("sends")
+        report.add("real VM", "native sendFGNetworkInfo, to accepted", "ns", statistics.median(times[::2]),
+                   statistics.median(times[1::2]))
+        service.ask("arrivals")
+        java.ask("arrivals")
+
+        for state, burners in (("idle", 0), ("both cores busy", 2)):
+            burning = [subprocess.Popen([program, "--burn", "20"]) for _ in range(burners)]
+            try:
+                service.ask(f"requests {LATENCIES}")
+                time.sleep(0.3)
+                ways = {"service's request to Java's method": java.ask("arrivals")}
+                java.ask(f"calls {LATENCIES}")
+                time.sleep(0.3)
+                ways["Java's call to the service's method"] = service.ask("arrivals")
+            finally:
+                for process in burning:
+                    process.kill()
+                    process.wait()
+            for way, values in ways.items():
+                if len(values) != LATENCIES:
+                    raise SystemExit(f"bench: {way}: {len(values)} of {LATENCIES} arrived")
+                for share in (50, 99):
+                    report.add("from entry to entry", f"{way}, {state}, p{share}", "us",
+                               percentile(values, share / 100) / 1000)
+
+        false, true = [], []
+        for _ in range(LIVES):
+            killed = time.monotonic_ns()
+            service.end()
+            false.append(java.hear("available false")[0] - killed)
+            service, registered = start()
+            true.append(java.hear("available true")[0] - registered)
+            time.sleep(0.02)
+        for share in (50, 99):
+            report.add("death and return", f"kill to Java's false, p{share}", "us",
+                       percentile(false, share / 100) / 1000)
+            report.add("death and return", f"registration to Java's true, p{share}", "us",
+                       percentile(true, share / 100) / 1000)
+    finally:
+        java.end()
+        if service:
+            service.end()
+
+
+def size(build, report):
+    with tempfile.TemporaryDirectory() as folder:
+        stripped = Path(folder) / "library"
+        subprocess.run(["strip", "-o", stripped, build / "lib/libOrvixJni.so"], check=True)
+        report.add("size", "libOrvixJni.so, stripped", "bytes", stripped.stat().st_size)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("--build", type=Path, required=True, help="the build folder of the preset bench")
+    parser.add_argument("--json", action="store_true", help="one JSON object on standard output")
+    parser.add_argument("--seconds", type=float, default=0.3, help="for each time in one process (default 0.3)")
+    arguments = parser.parse_args()
+    if arguments.seconds <= 0:
+        parser.error("--seconds: a positive number, such as 0.3")
+    build = arguments.build.resolve()
+    report = Report()
+    folder = tempfile.mkdtemp(prefix="orvix-bench-")
+    try:
+        instructions(build, report)
+        allocations(build, report)
+        micro(build, report, arguments.seconds)
+        live(build, report, folder)
+        size(build, report)
+    finally:
+        shutil.rmtree(folder, ignore_errors=True)
+    missed = len(report.missed())
+    if arguments.json:
+        print(json.dumps({"rows": report.rows, "missed": missed}, indent=1))
+    else:
+        report.print()
+        print(f"\n{missed} targets missed" if missed else "\nevery target met")
+    return 1 if missed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,98 @@
+#include <android/binder_manager.h>
+#include <android/log.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "bench/Bare.h"
+#include "bench/Operations.h"
+#include "bench/Twin.h"
+#include "client/AidlClient.h"
+#include "tests/quiet_jni.h"
+
+extern "C" jint JNI_OnLoad(JavaVM*, void*);
+
+namespace {
+
+using namespace orvix;
+
+void check(bool held, const char* what) {
+    if (held) return;
+    std::fprintf(stderr, "orvix-bench: %s\n", what);
+    std::exit(1);
+}
+
+// Accepts everything: a binder of another class than the library's, so that calls go through the proxy and its bytes.
+ndk::SpAIBinder newService() {
+    const AIBinder_Class* own = AIBinder_Class_define(
+        IOrvixService::descriptor, [](void* args) { return args; }, [](void*) {},
+        [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t { return STATUS_OK; });
+    ndk::SpAIBinder binder(AIBinder_new(own, nullptr));
+    AIBinder_markVintfStability(binder.get());
+    return binder;
+}
+
+AIBinder* service() {
+    static const ndk::SpAIBinder binder = newService();
+    return binder.get();
+}
+
+template <typename R>
+void addRecord(std::vector<Operation>& all, const std::string& kind, const R& record) {
+    const auto parcel = [] { return std::make_shared<ndk::ScopedAParcel>(AParcel_create()); };
+    const auto write = [&, to = parcel()](auto codec) {
+        return [=] {
+            AParcel_setDataPosition(to->get(), 0);
+            check(codec(to->get()) == STATUS_OK, "a record is not written");
+        };
+    };
+    const auto from = parcel();
+    record.writeToParcel(from->get());
+    const auto read = [&](auto codec) {
+        return [=] {
+            R target;
+            AParcel_setDataPosition(from->get(), 0);
+            check(codec(from->get(), target) == STATUS_OK, "a record is not read");
+        };
+    };
+    all.push_back({"write " + kind, write([=](AParcel* p) { return record.writeToParcel(p); }),
+                   write([=](AParcel* p) { return twin::write(p, record); })});
+    all.push_back({"read " + kind, read([](const AParcel* p, R& target) { return target.readFromParcel(p); }),
+                   read([](const AParcel* p, R& target) { return twin::read(p, target); })});
+}
+
+}  // namespace
+
+extern "C" AIBinder* __wrap_AServiceManager_waitForService(const char*) {
+    AIBinder_incStrong(service());
+    return service();
+}
+
+std::vector<Operation> operations() {
+    __android_log_set_logger([](const __android_log_message*) {});
+    JNIEnv* const env = quiet::env();
+    check(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library does not load");
+    gAidlClient->bindToService();
+    gAidlClient->handleEvents();
+
+    const BuildInfoParams build{"Debian GNU/Linux", "12 (bookworm)", "6.1.0-18-arm64", "#1 SMP",
+                                "aarch64",          "generic",       "user-build",     "release-keys"};
+    const TelephonyInfoParams phone{.int1 = 1, .text1 = "26201", .text2 = "Carrier", .text3 = "de", .text4 = "LTE"};
+    static bare::Promised promised;
+    const auto sendFG = [] { return bare::sendFGNetworkInfo(service(), 5, 7, 123456789012); };
+    const auto sendBattery = [] { return bare::sendBatteryStatus(service(), 87, true); };
+    std::vector<Operation> all;
+    addRecord(all, "flat record", BatteryState{.int1 = 87, .flag1 = true});
+    addRecord(all, "record of strings", build);
+    addRecord(all, "record with a list", CensusInfo{.buildInfo = build, .telephonyInfos = {phone, phone, phone}});
+    all.push_back({"native sendFGNetworkInfo", [=] { AidlClient::sendFGNetworkInfo(env, nullptr, 5, 123456789012, 7); },
+                   [=] { sendFG(); }, [=] { promised.around(sendFG); }});
+    all.push_back({"native sendBatteryStatus", [=] { AidlClient::sendBatteryStatus(env, nullptr, 87, JNI_TRUE); },
+                   [=] { sendBattery(); }, [=] { promised.around(sendBattery); }});
+    // Beside its floor it stands where there is a VM.
+    all.push_back({"call-out, without a VM", [] {
+                       gAidlClient->pushEv({.type = 8, .longArg = 5000});
+                       gAidlClient->handleEvents();
+                   }});
+    return all;
+}
