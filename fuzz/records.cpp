@@ -1,0 +1,72 @@
+// Every record's reader: hostile bytes give a value; what is written of it is read back whole and written the same
+// again; and the twins that were written by hand agree about status, position and value.
+
+#include "bench/Twin.h"
+#include "fuzz/Fuzz.h"
+
+namespace fuzz {
+namespace {
+
+using Records = std::tuple<wire::BatteryState, wire::RadioTechStatus, wire::ByteTuple, wire::NetworkStatsParams,
+                           wire::NetworkStats, wire::BuildInfoParams, wire::TelephonyInfoParams, wire::CensusInfo,
+                           wire::DnsAddress, wire::NetworkInfo, wire::SocketInfo>;
+
+template <typename R>
+concept HasTwin = requires(R record) {
+    twin::read(nullptr, record);
+};
+
+template <typename R>
+Bytes written(const R& record) {
+    const ndk::ScopedAParcel parcel = newParcel();
+    promise(record.writeToParcel(parcel.get()) == STATUS_OK, "what was read can be written");
+    return wordsOf(parcel.get());
+}
+
+template <typename R>
+void tryRecord(AParcel* parcel, int32_t start) {
+    R record;
+    AParcel_setDataPosition(parcel, start);
+    const binder_status_t status = record.readFromParcel(parcel);
+    const int32_t position = AParcel_getDataPosition(parcel);
+    if (status == STATUS_OK) promise(position >= start + 4, "a record takes at least its size");
+    const Bytes first = written(record);
+
+    if constexpr (HasTwin<R>) {
+        R other;
+        AParcel_setDataPosition(parcel, start);
+        promise(twin::read(parcel, other) == status, "the twin reads the same status");
+        promise(AParcel_getDataPosition(parcel) == position, "the twin stops at the same position");
+        promise(written(other) == first, "the twin reads the same value");
+        const ndk::ScopedAParcel out = newParcel();
+        promise(twin::write(out.get(), record) == STATUS_OK && wordsOf(out.get()) == first, "the twin writes the same");
+    }
+
+    const ndk::ScopedAParcel copy = newParcel();
+    appendWords(copy.get(), first);
+    AParcel_setDataPosition(copy.get(), 0);
+    R again;
+    promise(again.readFromParcel(copy.get()) == STATUS_OK, "what was written can be read");
+    promise(AParcel_getDataPosition(copy.get()) == static_cast<int32_t>(first.size()), "and is read to its end");
+    promise(written(again) == first, "and is the same value");
+}
+
+template <size_t... I>
+void tryOne(size_t which, AParcel* parcel, int32_t start, std::index_sequence<I...>) {
+    (void)((which == I && (tryRecord<std::tuple_element_t<I, Records>>(parcel, start), true)) || ...);
+}
+
+}  // namespace
+}  // namespace fuzz
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace fuzz;
+    FuzzedDataProvider input(data, size);
+    const size_t which = input.ConsumeIntegralInRange<uint8_t>(0, std::tuple_size_v<Records> - 1);
+    const int32_t start = input.ConsumeIntegralInRange<uint8_t>(0, 9);  // unaligned, and past the end, too
+    const Bytes bytes = input.ConsumeRemainingBytes<uint8_t>();
+    const ndk::ScopedAParcel parcel = newParcel();
+    AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size());
+    tryOne(which, parcel.get(), start, std::make_index_sequence<std::tuple_size_v<Records>>{});
+    return 0;
+}
