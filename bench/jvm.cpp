@@ -9,8 +9,6 @@
 #include "bench/Bare.h"
 #include "client/AidlClient.h"
 
-extern "C" JNIEXPORT jint JNI_OnLoad(JavaVM*, void*);
-
 namespace {
 
 using Clock = std::chrono::steady_clock;

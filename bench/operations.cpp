@@ -8,9 +8,7 @@
 #include "bench/Operations.h"
 #include "bench/Twin.h"
 #include "client/AidlClient.h"
-#include "tests/quiet_jni.h"
-
-extern "C" jint JNI_OnLoad(JavaVM*, void*);
+#include "sim/quiet_jni.h"
 
 namespace {
 

@@ -6,9 +6,7 @@
 #include "callback/OrvixCallback.h"
 #include "client/AidlClient.h"
 #include "fuzz/Fuzz.h"
-#include "tests/quiet_jni.h"
-
-extern "C" jint JNI_OnLoad(JavaVM*, void*);
+#include "sim/quiet_jni.h"
 
 namespace fuzz {
 namespace {

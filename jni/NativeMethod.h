@@ -8,7 +8,7 @@
 namespace orvix {
 
 template <typename T>
-inline constexpr std::string_view kLetters = "";
+inline constexpr std::string_view kLetters{};
 template <>
 inline constexpr std::string_view kLetters<jboolean> = "Z";
 template <>

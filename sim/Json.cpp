@@ -80,7 +80,11 @@ void refuseOthers(const std::string& path, const std::string& type, const Json& 
     for (const auto& [name, value] : object.items()) {
         if (known.contains(name)) continue;
         std::string names;
-        for (const auto& [right, example] : known.items()) names += (names.empty() ? "" : ", ") + right;
+        for (const auto& [right, example] : known.items()) {
+            if (!names.empty()) names += ", ";
+            names += right;
+        }
+        // NOLINTNEXTLINE(performance-inefficient-string-concatenation): thrown once
         throw BadInput(join(path, name.c_str()) + ": no such member; " + type + " has " + names + ", for example " +
                        known.dump());
     }

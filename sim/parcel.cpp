@@ -34,7 +34,7 @@ ndk::ScopedAParcel parcelOf(const Bytes& bytes) {
 }
 
 // The library's readers decide; the walk only says where.
-Answer answer(binder_status_t status, const Walk& walk, size_t given, Json value) {
+Answer answer(binder_status_t status, const Walk& walk, size_t given, const Json& value) {
     if (status != STATUS_OK) throw BadInput(nameOfStatus(status) + ' ' + walk.failure);
     std::string note;
     const auto add = [&](const std::string& text) { note += (note.empty() ? "" : "; ") + text; };
@@ -68,7 +68,7 @@ Answer decodeCall(const std::string& hex) {
     // The binder that stands in for it is one of this process.
     std::replace(value.begin(), value.end(), Json("local binder"),
                  Json(walk.remoteBinder ? "remote binder" : "local binder"));
-    return answer(status, walk, bytes.size(), std::move(value));
+    return answer(status, walk, bytes.size(), value);
 }
 
 // As words: a parcel that holds objects does not give its bytes.
@@ -202,6 +202,7 @@ int run(int argc, char** argv) {
             std::find_if(subjects.begin(), subjects.end(), [&](const Subject& s) { return s.name == name; });
         if (found == subjects.end()) {
             std::vector<std::string> names;
+            names.reserve(subjects.size());
             for (const Subject& subject : subjects) names.push_back(subject.name);
             std::cerr << "orvix-parcel: no record or method " << name << "; nearest: " << nearest(name, names)
                       << std::endl;

@@ -18,9 +18,7 @@
 #include <thread>
 
 #include "client/AidlClient.h"
-#include "tests/quiet_jni.h"
-
-extern "C" jint JNI_OnLoad(JavaVM*, void*);
+#include "sim/quiet_jni.h"
 
 namespace {
 
@@ -97,6 +95,7 @@ int main(int argc, char** argv) {
     quiet::vm()->DetachCurrentThread();
     AidlClient::initialize(quiet::env(), nullptr);
     std::vector<std::thread> senders;
+    senders.reserve(static_cast<size_t>(threads));
     for (int thread = 0; thread < threads; ++thread) {
         senders.emplace_back(traffic, thread, static_cast<unsigned>(std::atoi(argv[2])));
     }

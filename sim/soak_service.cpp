@@ -61,7 +61,7 @@ binder_status_t ask(IRequest& request, int64_t number) {
     }
 }
 
-void sendRequests(std::shared_ptr<IRequest> request, size_t thread) {
+void sendRequests(const std::shared_ptr<IRequest>& request, size_t thread) {
     std::mt19937 random(gSeed + static_cast<unsigned>(thread));
     for (uint64_t sequence = 1;; ++sequence) {
         gLog->attempted[thread] = sequence;

@@ -117,17 +117,19 @@ TEST_F(Threads, SecondLoadWhileADispatchThreadWaits) {
 }
 
 TEST(EventSemaphore, BinaryCollapsesAndCountingCounts) {
-    const auto acquires = [](EventSemaphore* semaphore) {
+    // Three releases, then as many acquires as there are, if they are more than so many.
+    const auto acquires = [](EventSemaphore* semaphore, int atLeast) {
         auto* const taken = new std::atomic<int>;  // both stay with the thread
         for (int i = 0; i < 3; ++i) semaphore->release();
         std::thread([=] {
             for (;; ++*taken) semaphore->acquire();
         }).detach();
-        std::this_thread::sleep_for(200ms);
+        for (int i = 0; i < 1000 && *taken < atLeast; ++i) std::this_thread::sleep_for(10ms);
+        std::this_thread::sleep_for(50ms);
         return taken->load();
     };
-    EXPECT_EQ(acquires(new EventSemaphore), 1);
-    EXPECT_EQ(acquires(new EventSemaphore(0)), 3);
+    EXPECT_EQ(acquires(new EventSemaphore, 1), 1);
+    EXPECT_EQ(acquires(new EventSemaphore(0), 3), 3);
 }
 
 int serve(int first) {

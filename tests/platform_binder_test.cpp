@@ -195,7 +195,7 @@ struct Deaths {
     std::atomic<int> unlinked{0};
     ndk::ScopedAIBinder_DeathRecipient recipient{AIBinder_DeathRecipient_new([](void* cookie) {
         ++static_cast<Deaths*>(cookie)->died;
-        std::this_thread::sleep_for(milliseconds(300));
+        std::this_thread::sleep_for(milliseconds(1000));
     })};
 
     Deaths() {
@@ -246,7 +246,7 @@ TEST_F(Remote, OneTransactionAndWhatWaitsAreLimited) {
     EXPECT_EQ(1'000'000, sendBytes(1'000'000).word());
     EXPECT_EQ(STATUS_FAILED_TRANSACTION, sendBytes(1 << 20).status);
     EXPECT_EQ(STATUS_FAILED_TRANSACTION, sendBytes(600'000, FLAG_ONEWAY).status);
-    EXPECT_EQ(STATUS_OK, call(binder, kNote, words({1, 500}), FLAG_ONEWAY).status) << "keeps the binder busy";
+    EXPECT_EQ(STATUS_OK, call(binder, kNote, words({1, 1500}), FLAG_ONEWAY).status) << "keeps the binder busy";
     int accepted = 0;
     while (accepted < 100 && sendBytes(10'000, FLAG_ONEWAY).status == STATUS_OK) ++accepted;
     EXPECT_NEAR(50, accepted, 5) << "about 500 kB";

@@ -13,7 +13,10 @@
 
 namespace {
 
-AParcel* parcelOf(jlong ptr) { return reinterpret_cast<AParcel*>(static_cast<intptr_t>(ptr)); }
+// Java keeps pointers as longs.
+AParcel* parcelOf(jlong ptr) {
+    return reinterpret_cast<AParcel*>(static_cast<intptr_t>(ptr));  // NOLINT(performance-no-int-to-ptr)
+}
 
 void throwNew(JNIEnv* env, const char* className, const std::string& message) {
     if (jclass type = env->FindClass(className)) env->ThrowNew(type, message.c_str());

@@ -1,4 +1,4 @@
-#include "tests/quiet_jni.h"
+#include "sim/quiet_jni.h"
 
 #include <algorithm>
 #include <cstdarg>
