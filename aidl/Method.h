@@ -38,7 +38,7 @@ struct Method {
     const char* name;
 };
 template <auto Pointer>
-constexpr Method<Pointer> method(transaction_code_t code, const char* name) {
+consteval Method<Pointer> method(transaction_code_t code, const char* name) {
     return {code, name};
 }
 

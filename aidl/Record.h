@@ -19,7 +19,7 @@ struct Field {
     M R::*member;
 };
 template <typename R, typename M>
-constexpr Field<R, M> field(const char* name, M R::*member) {
+consteval Field<R, M> field(const char* name, M R::*member) {
     return {name, member};
 }
 
@@ -30,7 +30,7 @@ struct Anything {
     operator T() const;
 };
 template <typename R, size_t... I>
-constexpr bool takes(std::index_sequence<I...>) {
+consteval bool takes(std::index_sequence<I...>) {
     return requires { R{((void)I, Anything{})...}; };
 }
 

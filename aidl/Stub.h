@@ -24,12 +24,12 @@ binder_status_t invoke(typename Method<Pointer>::Interface& implementation, cons
 }
 
 template <typename I, auto... Pointers>
-constexpr auto invokersOf(const std::tuple<Method<Pointers>...>&) {
+consteval auto invokersOf(const std::tuple<Method<Pointers>...>&) {
     return std::array<binder_status_t (*)(I&, const AParcel*), sizeof...(Pointers)>{&invoke<Pointers>...};
 }
 
 template <typename... Rows>
-constexpr bool codesCountFromOne(const std::tuple<Rows...>& methods) {
+consteval bool codesCountFromOne(const std::tuple<Rows...>& methods) {
     return std::apply(
         [](const auto&... rows) {
             transaction_code_t code = FIRST_CALL_TRANSACTION;
