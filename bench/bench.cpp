@@ -85,36 +85,37 @@ struct PlainQueue {
     }
 };
 
-// So many events from so many threads into the queue, then out of it by one, again and again.
-constexpr int kRoundsOf = 1'000'000;
+// Events from so many threads into the queue, out of it by one thread whenever so many have gathered. They come in
+// bursts of the same size whatever the number, so that the threads get in each other's way as often.
+constexpr int kEvents = 1'000'000;
+constexpr int kBurst = 1'000;
 template <typename Push, typename Drain>
 void pushAndDrain(benchmark::State& state, const Push& push, const Drain& drain) {
-    const auto events = static_cast<int>(state.range(0));
+    const auto gathered = static_cast<int>(state.range(0));
     const auto producers = static_cast<int>(state.range(1));
-    const int rounds = kRoundsOf / events;
     // What the queue needs at most is there before it is measured: fresh memory is the kernel's matter.
-    for (int i = 0; i < events; ++i) push({.type = kNobodys});
+    for (int i = 0; i < gathered; ++i) push({.type = kNobodys});
     drain();
     for (auto _ : state) {
         std::barrier<> turn(producers + 1);
         std::vector<std::thread> threads;
         for (int producer = 0; producer < producers; ++producer) {
             threads.emplace_back([&] {
-                for (int round = 0; round < rounds; ++round) {
-                    for (int i = 0; i < events / producers; ++i) push({.type = kNobodys, .intArg = i});
+                for (int pushed = 0; pushed < kEvents; pushed += kBurst) {
+                    for (int i = 0; i < kBurst / producers; ++i) push({.type = kNobodys, .intArg = i});
                     turn.arrive_and_wait();
                     turn.arrive_and_wait();
                 }
             });
         }
-        for (int round = 0; round < rounds; ++round) {
+        for (int pushed = kBurst; pushed <= kEvents; pushed += kBurst) {
             turn.arrive_and_wait();
-            drain();
+            if (pushed % gathered == 0) drain();
             turn.arrive_and_wait();
         }
         for (std::thread& thread : threads) thread.join();
     }
-    state.SetItemsProcessed(state.iterations() * kRoundsOf);
+    state.SetItemsProcessed(state.iterations() * kEvents);
 }
 
 void registerAll(const std::vector<Operation>& all) {
@@ -132,7 +133,7 @@ void registerAll(const std::vector<Operation>& all) {
         for (const int producers : {1, 4}) {
             for (const int events : {1'000, 1'000'000}) made->Args({events, producers});
         }
-        made->UseRealTime()->Iterations(5);
+        made->UseRealTime()->Iterations(1)->Repetitions(7);
     };
     add("queue/library", [](benchmark::State& state) {
         pushAndDrain(

@@ -116,6 +116,16 @@ TEST_F(Threads, SecondLoadWhileADispatchThreadWaits) {
     EXPECT_EQ(delivered(), (std::vector<std::string>{"1", "2", "true"}));
 }
 
+TEST(CallbackEvent, CarriesWhatMeansNothingUntilItIsSet) {
+    const CallbackEvent ev{.type = 8};
+    EXPECT_EQ(std::tuple(ev.intArg, ev.longArg, ev.ratType, ev.slotId, ev.blobTag),
+              std::tuple(-1, int64_t{-1}, RatType{-1}, SlotId{-1}, 0));
+    EXPECT_FALSE(ev.screenStateFlag || ev.lpmFlag || ev.thermalFlag || ev.batteryFlag || ev.hotspotFlag);
+    EXPECT_TRUE(ev.stats.text1.empty() && ev.blob.empty());
+    EXPECT_EQ(std::tuple(ev.stats.long1, ev.stats.int3, ev.socketInfo.socketId, ev.socketInfo.uid),
+              std::tuple(int64_t{0}, 0, 0, 0));
+}
+
 TEST(EventSemaphore, BinaryCollapsesAndCountingCounts) {
     // Three releases, then as many acquires as there are, if they are more than so many.
     const auto acquires = [](EventSemaphore* semaphore, int atLeast) {
