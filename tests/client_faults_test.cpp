@@ -127,7 +127,7 @@ TEST(CallbackEvent, CarriesWhatMeansNothingUntilItIsSet) {
 }
 
 TEST(EventSemaphore, BinaryCollapsesAndCountingCounts) {
-    // Three releases, then as many acquires as there are, if they are more than so many.
+    // How many acquires three releases allow: waits for so many, then for one too many.
     const auto acquires = [](EventSemaphore* semaphore, int atLeast) {
         auto* const taken = new std::atomic<int>;  // both stay with the thread
         for (int i = 0; i < 3; ++i) semaphore->release();
