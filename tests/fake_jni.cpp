@@ -18,9 +18,9 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
-#include <regex>
 
 #include "sim/Json.h"
+#include "tests/text.h"
 
 namespace fake {
 
@@ -203,7 +203,7 @@ JavaVM gVm{&kVmTable};
 
 void logLine(const __android_log_message* message) {
     if (std::strcmp(message->tag, "orvixJni") != 0) return;
-    const std::string text = std::regex_replace(message->message, std::regex("\n"), "\\n");
+    const std::string text = oneLine(message->message);
     record(std::string("log ") + "??VDIWEF"[message->priority] + ' ' + text);
 }
 
@@ -222,7 +222,7 @@ std::string argumentsOf(transaction_code_t code, AParcel* in) {
     };
     std::apply([&](const auto&... rows) { (read(rows), ...); }, orvix::IOrvixService::methods);
     AParcel_setDataPosition(in, end);
-    return std::regex_replace(text, std::regex(R"(socket:\[\d+\])"), "socket");
+    return masked("socket:[", text);
 }
 
 }  // namespace
@@ -371,8 +371,7 @@ void __wrap_syslog(int priority, const char* format, ...) {
     va_start(values, format);
     std::vsnprintf(text, sizeof text, format, values);
     va_end(values);
-    fake::record("syslog " + std::to_string(priority) + ' ' +
-                 std::regex_replace(text, std::regex(R"(FD \d+)"), "FD N"));
+    fake::record("syslog " + std::to_string(priority) + ' ' + masked("FD ", text));
 }
 
 }  // extern "C"

@@ -16,10 +16,11 @@
 #include <cstring>
 #include <map>
 #include <mutex>
-#include <regex>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tests/text.h"
 
 namespace {
 
@@ -208,8 +209,7 @@ jint detachCurrentThread(JavaVM* vm) {
 
 void logLine(const __android_log_message* message) {
     if (std::strcmp(message->tag, "orvixJni") == 0) {
-        record(std::string("log ") + "??VDIWEF"[message->priority] + ' ' +
-               std::regex_replace(message->message, std::regex("\n"), "\\n"));
+        record(std::string("log ") + "??VDIWEF"[message->priority] + ' ' + oneLine(message->message));
     }
     __android_log_stderr_logger(message);
 }
