@@ -1,7 +1,9 @@
 // The value codecs: how each type of the interface is written to and read from a parcel.
 //
-// writeValue and readValue have one overload a type; records, methods and replies are built on nothing else. Every
-// codec returns the platform's status unchanged. A failed read leaves the parcel's position where the platform left it.
+// writeValue and readValue have one overload a type; records, methods and replies are built on nothing else. The
+// platform's status is returned unchanged; two are the codecs' own: BAD_VALUE for a length that no int32 holds, and
+// UNEXPECTED_NULL for a record or descriptor that is none. A failed read leaves the parcel's position where the
+// platform left it.
 #pragma once
 
 #include <android/binder_auto_utils.h>

@@ -38,7 +38,8 @@ class IOrvixService : public Interface<IOrvixService, BpOrvixService> {
     virtual ScopedAStatus sendBatteryStatus(const BatteryState& state) = 0;
     virtual ScopedAStatus sendHotspotStatus(bool status) = 0;
     virtual ScopedAStatus queryStats() = 0;
-    // A negative descriptor is refused with STATUS_UNEXPECTED_NULL and nothing is sent, here and in sendSocketFd.
+    // A negative descriptor is refused with STATUS_UNEXPECTED_NULL and a line of syslog, and nothing is sent, here and
+    // in sendSocketFd. The caller keeps and closes its descriptor.
     virtual ScopedAStatus sendFdforUID(const ndk::ScopedFileDescriptor& fd) = 0;
     virtual ScopedAStatus sendSocketFd(int32_t socketId, const ndk::ScopedFileDescriptor& fd) = 0;
     virtual ScopedAStatus sendBlobToMirel(int32_t tag, const std::vector<uint8_t>& blob) = 0;
@@ -140,6 +141,7 @@ class IOrvixServiceDefault : public IOrvixService {
 };
 
 // The library is only a client of this interface; services, simulated ones too, derive from this.
+// Methods run on binder threads, several at once; the binder keeps the object alive.
 class BnOrvixService : public Stub<IOrvixService> {};
 
 }  // namespace aidl::vendor::nuvel::data::orvixservice

@@ -159,7 +159,8 @@ class IRequestDefault : public IRequest {
     }
 };
 
-// OrvixCallback derives from this; the service holds a BpRequest.
+// OrvixCallback derives from this; the service holds a BpRequest. Methods run on binder threads, several at once; the
+// binder keeps the object alive.
 class BnRequest : public Stub<IRequest> {};
 
 }  // namespace aidl::vendor::nuvel::data::orvixservice

@@ -33,6 +33,7 @@ class Interface : public ndk::ICInterface {
     static binder_status_t writeToParcel(AParcel* parcel, const std::shared_ptr<I>& object) {
         return AParcel_writeStrongBinder(parcel, object ? object->asBinder().get() : nullptr);
     }
+    // A read that fails leaves object as it was; a null binder and one of another interface are read well, as empty.
     static binder_status_t readFromParcel(const AParcel* parcel, std::shared_ptr<I>* object) {
         ndk::SpAIBinder binder;
         const binder_status_t status = AParcel_readStrongBinder(parcel, binder.getR());

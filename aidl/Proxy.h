@@ -16,8 +16,9 @@ namespace aidl::vendor::nuvel::data::orvixservice {
 inline constexpr binder_flags_t kTwoWay = FLAG_PRIVATE_VENDOR;
 inline constexpr binder_flags_t kOneWay = kTwoWay | binder_flags_t{FLAG_ONEWAY};
 
-// Base of the proxies. Methods may be called from any thread at once. Every failure is the returned status; nothing is
-// logged. The caches are never invalidated: a proxy does not outlive the service that it was made for.
+// Base of the proxies. Methods may be called from any thread at once. Every failure is the returned status; only a
+// descriptor that is none is logged too (Codec.h). The caches are never invalidated: a proxy does not outlive the
+// service that it was made for.
 template <typename I>
 class Proxy : public ndk::BpCInterface<I> {
   public:

@@ -6,7 +6,7 @@
 // process ends.
 //
 // Locks: serviceLock, queueMutex and the one inside eventSignal; never nested, but in the destructor, and never held
-// across a call into Java.
+// across a call into Java. serviceLock alone is held across binder calls: while binding and unbinding.
 #pragma once
 
 #include <android/binder_auto_utils.h>
@@ -18,7 +18,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <shared_mutex>
 
 #include "aidl/IOrvixService.h"
 #include "aidl/ThreadSafety.h"
@@ -33,13 +32,15 @@ class AidlClient {
     AidlClient() = default;
     AidlClient(const AidlClient&) = delete;
     AidlClient& operator=(const AidlClient&) = delete;
-    // Stops no thread; events still queued are lost and javaClass is only forgotten.
+    // Joins no thread: one that comes back to this client waits for good. Events still queued are lost; javaClass is
+    // only forgotten.
     virtual ~AidlClient();
     // Keeps the storage once a dispatch thread has run: see ~AidlClient.
     static void operator delete(void* storage);  // NOLINT(misc-new-delete-overloads): made by the global new
 
     // At load (jni/JniOnLoad.cpp). Registers the natives on className and finds the class of the call-outs. The caller
-    // owns methods; they are copied by the VM. False, with an error logged, when the VM refuses.
+    // owns methods; they are copied by the VM. False, with an error logged, when the VM refuses; a missing class of the
+    // call-outs is no failure, and javaClass stays null.
     bool registerNativeMethods(JNIEnv* env, const char* className, const JNINativeMethod* methods, int count);
     // The Java VM; set once, before any thread runs.
     JavaVM* vm;
@@ -47,14 +48,16 @@ class AidlClient {
     // Binding (client/Binding.cpp).
     // A copy of the proxy, empty while unbound. Any thread. Users keep the copy, never the field.
     std::shared_ptr<IOrvixService> getOrvixService();
-    void bindToService();                     // body of a binding thread
-    static void deathCallback(void* cookie);  // a binder thread, at the service's death
+    void bindToService();  // body of a binding thread
+    // At the service's death, on a binder thread. Goes to gAidlClient, whichever client linked itself (the cookie).
+    static void deathCallback(void* cookie);
 
     // The event queue (client/EventQueue.cpp).
     // Queues a copy of ev and wakes the dispatch thread. Any thread; never waits for Java.
     void pushEv(const CallbackEvent& ev);
     [[noreturn]] void jniMainThread();  // body of the dispatch thread
-    void handleEvents();                // drains the queue
+    void handleEvents();                // the dispatch thread: drains the queue
+    // The dispatch thread: into Java, or what the event says; a type that nobody has does nothing.
     void handleEvent(const CallbackEvent& ev);
 
     // The native methods of JniHelper (jni/). Any Java thread. They return nothing and raise nothing: what cannot be
@@ -128,7 +131,7 @@ class AidlClient {
     EventSemaphore eventSignal;
     SharedMutex serviceLock;
     std::shared_ptr<IOrvixService> service ORVIX_GUARDED_BY(serviceLock);  // null while unbound
-    std::shared_ptr<OrvixCallback> callback;  // the one last registered; the dispatch thread only
+    std::shared_ptr<OrvixCallback> callback;  // the one last registered; a dispatch thread only
     ndk::ScopedAIBinder_DeathRecipient deathRecipient ORVIX_GUARDED_BY(serviceLock);
 };
 

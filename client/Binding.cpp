@@ -23,16 +23,20 @@ std::atomic<bool> threadsStarted = false;
 }  // namespace
 
 AidlClient::~AidlClient() {
-    // Never unlocked. A thread that comes back late from Java or from binding finds the queue or the service locked and
-    // stays there; nobody stops these threads, and they must not work on a client that is gone. A binding thread may
-    // hold serviceLock while it asks a service that hangs: the end of the process does not wait for that.
-    queueMutex.lock();
-    for (int tries = 0; tries < 100 && !serviceLock.try_lock(); ++tries) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (threadsStarted) {
+        // Never unlocked. A thread that comes back late from Java or from binding finds the queue or the service locked
+        // and stays there; nobody stops these threads, and they must not work on a client that is gone. A binding
+        // thread may hold serviceLock while it asks a service that hangs: the end of the process does not wait for
+        // that, and what such a thread may still assign to is left empty below.
+        queueMutex.lock();
+        for (int tries = 0; tries < 100 && !serviceLock.try_lock(); ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
     javaClass = nullptr;  // the global reference stays: the VM may be gone by now
     service.reset();
     callback.reset();
+    deathRecipient.set(nullptr);
 }
 
 void AidlClient::operator delete(void* storage) {     // NOLINT(misc-new-delete-overloads)
@@ -74,7 +78,7 @@ void AidlClient::handleServiceUp() {
     if (!bound) return;
     const auto registered = ndk::SharedRefBase::make<OrvixCallback>();
     {
-        const std::lock_guard lock(serviceLock);  // against the destructor only
+        const std::lock_guard lock(serviceLock);  // against the destructor and a second initialize's dispatch thread
         callback = registered;
     }
     bound->registerRequest(registered);

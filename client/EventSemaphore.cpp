@@ -8,6 +8,7 @@ namespace orvix {
 
 void EventSemaphore::release() {
     const std::lock_guard lock(mutex);
+    if (closing) return;
     if (binary) {
         count = 1;
     } else if (__builtin_add_overflow(count, uint64_t{1}, &count)) {
@@ -19,14 +20,15 @@ void EventSemaphore::release() {
 void EventSemaphore::acquire() {
     {
         const std::lock_guard lock(mutex);
-        ++waiters;
-        while (count == 0 && !closing) cv.wait(mutex);
-        --waiters;
+        while (count == 0 && !closing) {
+            ++waiters;
+            cv.wait(mutex);
+            if (--waiters == 0 && closing) cv.notify_all();
+        }
         if (!closing) {
             --count;
             return;
         }
-        cv.notify_all();
     }
     for (;;) pause();
 }

@@ -4,6 +4,7 @@
 
 namespace orvix {
 
+// Of every line that the library logs.
 inline constexpr const char* kLogTag = "orvixJni";
 
 }  // namespace orvix

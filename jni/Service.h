@@ -19,6 +19,7 @@ void withService(const char* method, const Send& send) {
     send(*bound);
 }
 
+// Any byte but 0, whatever Java's boolean may be.
 inline bool isTrue(jboolean value) { return (value & 0xFF) != 0; }
 
 }  // namespace orvix

@@ -1,6 +1,6 @@
 package vendor.nuvel.data.orvixservice;
 
-/** Identity of the device's build, for the census. */
+/** Identity of the device's build, for the census. Every text must be set. */
 @VintfStability
 parcelable BuildInfoParams {
     String text1;

@@ -2,7 +2,7 @@ package vendor.nuvel.data.orvixservice;
 
 import vendor.nuvel.data.orvixservice.ByteTuple;
 
-/** Traffic of one UID. In Java, bytes must be set: a null is refused by the reader. */
+/** Traffic of one UID. In Java, text1 and bytes must be set: a null is refused by the reader. */
 @VintfStability
 parcelable NetworkStatsParams {
     int uid;

@@ -1,6 +1,6 @@
 package vendor.nuvel.data.orvixservice;
 
-/** One modem or subscription, for the census. */
+/** One modem or subscription, for the census. Every text must be set. */
 @VintfStability
 parcelable TelephonyInfoParams {
     int int1;
