@@ -2,6 +2,7 @@
 
 #include <android/binder_process.h>
 #include <pthread.h>
+#include <signal.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -49,6 +50,7 @@ class Pool {
         const std::lock_guard lock(mLock);
         if (mStarted) return;
         mStarted = true;
+        pthread_sigmask(SIG_SETMASK, nullptr, &mSignals);
         // Runs before the destructors of everything that was loaded earlier: those then find nobody inside.
         std::atexit([] { get().stop(); });
         spawn();
@@ -110,6 +112,7 @@ class Pool {
         ++mIdle;
         std::thread thread([this] {
             pthread_setname_np(pthread_self(), "binder:pool");
+            pthread_sigmask(SIG_SETMASK, &mSignals, nullptr);  // the reading thread, which has none, may have made this
             work();
         });
         thread.detach();
@@ -132,6 +135,7 @@ class Pool {
     size_t mThreads = 0;  // made on demand, beside the first
     size_t mMaxThreads = 15;
     bool mStarted = false;
+    sigset_t mSignals{};  // the program's mask when it started the pool
     bool mStopping = false;
 };
 

@@ -48,6 +48,13 @@ ndk::ScopedFileDescriptor newSocket() {
     return moveHigh(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
+// What the socket holds arrives even if this process is killed: it should hold all that may be on its way.
+void widen(int socket) {
+    const int size = 4 << 20;
+    if (setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof(size)) == 0) return;
+    setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));  // as much as the system gives to anybody
+}
+
 int connectSocket(int fd, const std::string& name) {
     const sockaddr_un address = addressOf(name);
     return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
@@ -63,6 +70,7 @@ std::shared_ptr<Connection> connectionOn(ndk::ScopedFileDescriptor socket, std::
                             peer.uid);
         return nullptr;
     }
+    widen(socket.get());
     return std::make_shared<Connection>(std::move(socket), peer.uid, peer.pid, std::move(name));
 }
 
@@ -102,10 +110,11 @@ class Loop {
 
   private:
     Loop() : mEpoll(moveHigh(epoll_create1(EPOLL_CLOEXEC))) {
-        // Signals are for the threads of the program.
+        // Signals are for the threads of the program, except those of a fault of this one.
         sigset_t all;
         sigset_t before;
         sigfillset(&all);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&all, fault);
         pthread_sigmask(SIG_SETMASK, &all, &before);
         std::thread thread([this] {
             pthread_setname_np(pthread_self(), "binder:io");
@@ -244,7 +253,7 @@ int openFolder() {
         logErrno(path.c_str());
         return -1;
     }
-    if (info.st_uid != geteuid() || (info.st_mode & 07777) != 0700) {
+    if (info.st_uid != geteuid() || (info.st_mode & 0777) != 0700) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag, "%s must belong to uid %u and have mode 0700.", path.c_str(),
                             geteuid());
         return -1;
