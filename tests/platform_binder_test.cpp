@@ -160,12 +160,12 @@ TEST_F(Remote, TwoBindersRunInParallelAndTwoWayCallsOvertake) {
     const ndk::SpAIBinder other = call(binder, kNewBinder).binder();
     ASSERT_TRUE(AIBinder_associateClass(other.get(), binderClass()));
     for (const ndk::SpAIBinder& each : {binder, other}) {
-        EXPECT_EQ(STATUS_OK, call(each, kNote, words({1, 2000}), FLAG_ONEWAY).status);
+        EXPECT_EQ(STATUS_OK, call(each, kNote, words({1, 10'000}), FLAG_ONEWAY).status);
         EXPECT_EQ(STATUS_OK, call(each, kNote, words({2, 0}), FLAG_ONEWAY).status);
     }
     const auto start = steady_clock::now();
     EXPECT_TRUE(eventually([&] { return notesOf(binder).size() + notesOf(other).size() == 2; })) << "one in each";
-    EXPECT_LT(steady_clock::now() - start, milliseconds(1500));
+    EXPECT_LT(steady_clock::now() - start, milliseconds(8000));
 }
 
 TEST(Names, BadOnesAreRefusedAtOnce) {
@@ -193,9 +193,11 @@ TEST(Names, WaitingIsWokenNotPolling) {
 struct Deaths {
     std::atomic<int> died{0};
     std::atomic<int> unlinked{0};
+    std::atomic<bool> mayReturn{false};
     ndk::ScopedAIBinder_DeathRecipient recipient{AIBinder_DeathRecipient_new([](void* cookie) {
-        ++static_cast<Deaths*>(cookie)->died;
-        std::this_thread::sleep_for(milliseconds(1000));
+        auto& self = *static_cast<Deaths*>(cookie);
+        ++self.died;
+        eventually([&] { return self.mayReturn.load(); });
     })};
 
     Deaths() {
@@ -224,6 +226,7 @@ TEST_F(Remote, DeathIsToldOnceAndTheNameFreed) {
     ABinderProcess_startThreadPool();
     ASSERT_TRUE(eventually([&] { return kept.died == 1; }));
     EXPECT_EQ(STATUS_DEAD_OBJECT, kept.unlink(binder)) << "while the callback runs";
+    kept.mayReturn = true;
     ASSERT_TRUE(eventually([&] { return kept.unlinked == 1; }));
     EXPECT_EQ(STATUS_NAME_NOT_FOUND, kept.unlink(binder));
     EXPECT_EQ(STATUS_DEAD_OBJECT, kept.link(binder));
@@ -246,7 +249,7 @@ TEST_F(Remote, OneTransactionAndWhatWaitsAreLimited) {
     EXPECT_EQ(1'000'000, sendBytes(1'000'000).word());
     EXPECT_EQ(STATUS_FAILED_TRANSACTION, sendBytes(1 << 20).status);
     EXPECT_EQ(STATUS_FAILED_TRANSACTION, sendBytes(600'000, FLAG_ONEWAY).status);
-    EXPECT_EQ(STATUS_OK, call(binder, kNote, words({1, 1500}), FLAG_ONEWAY).status) << "keeps the binder busy";
+    EXPECT_EQ(STATUS_OK, call(binder, kNote, words({1, 3000}), FLAG_ONEWAY).status) << "keeps the binder busy";
     int accepted = 0;
     while (accepted < 100 && sendBytes(10'000, FLAG_ONEWAY).status == STATUS_OK) ++accepted;
     EXPECT_NEAR(50, accepted, 5) << "about 500 kB";
@@ -255,14 +258,14 @@ TEST_F(Remote, OneTransactionAndWhatWaitsAreLimited) {
 }
 
 TEST_F(Remote, AStoppedPeerHoldsNobodyUp) {
-    service.signal(SIGSTOP);
+    service.stop();
     const auto start = steady_clock::now();
     int accepted = 0;
     while (accepted < 1000 && sendBytes(5'000, FLAG_ONEWAY).status == STATUS_OK) ++accepted;
     EXPECT_NEAR(100, accepted, 10);
     EXPECT_EQ(binder, ndk::SpAIBinder(AServiceManager_checkService(kName)));
     std::thread caller([&] { EXPECT_EQ(900'000, sendBytes(900'000).word()); });
-    EXPECT_LT(steady_clock::now() - start, milliseconds(2000));
+    EXPECT_LT(steady_clock::now() - start, milliseconds(8000));
     service.signal(SIGCONT);
     caller.join();
     EXPECT_TRUE(eventually([&] { return sendBytes(500'000, FLAG_ONEWAY).status == STATUS_OK; }));

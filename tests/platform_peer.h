@@ -171,6 +171,11 @@ class Process {
         waitpid(mPid, nullptr, 0);
     }
     void signal(int number) const { ::kill(mPid, number); }
+    // When it returns, no thread of the process runs any more.
+    void stop() const {
+        signal(SIGSTOP);
+        waitpid(mPid, nullptr, WUNTRACED);
+    }
 
   private:
     pid_t mPid = 0;
