@@ -1,7 +1,8 @@
 # The whole library in one process, between a Java VM of function tables and a recorded platform border.
 
-add_library(fake_jni STATIC fake_jni.cpp)
-target_link_libraries(fake_jni PUBLIC orvix_client orvix_json)
+include(${CMAKE_SOURCE_DIR}/sim/quiet_jni.cmake)
+add_library(fake_jni STATIC fake_jni.cpp jni_recorder.cpp)
+target_link_libraries(fake_jni PUBLIC quiet_jni orvix_json ${CMAKE_DL_LIBS})
 foreach(border AIBinder_transact AIBinder_associateClass AIBinder_linkToDeath AIBinder_unlinkToDeath
                AServiceManager_waitForService AParcel_fromJavaParcel android_tag_socket_with_uid socket close syslog)
     target_link_options(fake_jni INTERFACE -Wl,--wrap=${border})

@@ -3,6 +3,7 @@
 #include <android/binder_manager.h>
 #include <android/log.h>
 #include <android/multinetwork.h>
+#include <dlfcn.h>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -20,191 +21,100 @@
 #include <mutex>
 
 #include "sim/Json.h"
-#include "tests/text.h"
+#include "sim/quiet_jni.h"
+#include "tests/jni_recorder.h"
 
 namespace fake {
 
 namespace {
-
-struct Object {
-    std::string name;  // in the transcript
-    std::optional<std::string> text = {};
-    std::vector<uint8_t> bytes = {};
-    std::vector<jobject> elements = {};
-    AParcel* parcel = nullptr;
-    bool deleted = false;
-};
 
 // Never destroyed: the library's threads go on while the process ends.
 struct State {
     std::mutex mutex;  // guards lines and objects
     std::condition_variable changed;
     std::vector<std::string> lines;
-    std::deque<Object> objects;
+    std::deque<quiet::Object> objects;  // Java's, for ever
     std::map<std::string, void*> natives;
     std::string folder;            // of the services of this process
     std::atomic<int> socket = -1;  // the last one that the library made
 };
 State& state = *new State;
-thread_local bool tAttached = false;
-thread_local std::string tSignature;  // of the last method looked up
 
-Object& of(jobject object) { return *reinterpret_cast<Object*>(object); }
-
-template <typename T = jobject>
-T make(Object object) {
+quiet::Object& make(quiet::Object object = {}) {
     const std::lock_guard lock(state.mutex);
-    return reinterpret_cast<T>(&state.objects.emplace_back(std::move(object)));
+    return state.objects.emplace_back(std::move(object));
 }
 
-std::string hex(const std::vector<uint8_t>& bytes) { return "hex:" + sim::hexOf(bytes); }
-std::string name(jobject object) {
-    if (object == nullptr) return "null";
-    return of(object).name + (of(object).deleted ? " (deleted)" : "");
-}
-std::string number(jlong value) { return std::to_string(value); }
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
+bool missing(const char* what) { return script.missing.contains(what); }
 
-// A line "jni Function(arguments)".
-void jni(const char* function, const std::vector<std::string>& arguments) {
-    std::string line = std::string("jni ") + function + '(';
-    for (size_t i = 0; i < arguments.size(); ++i) line += (i == 0 ? "" : ", ") + arguments[i];
-    record(line + ')' + (tAttached ? "" : " on a thread that is not attached"));
-}
+// The quiet VM's own tables; beneath the faults of the script.
+const JNINativeInterface* quietEnv = nullptr;
+const JNIInvokeInterface* quietVm = nullptr;
 
-// The values of a call as the signature reads them.
-std::vector<std::string> valuesOf(const std::string& signature, va_list values) {
-    std::vector<std::string> texts;
-    for (size_t i = 1; i < signature.size() && signature[i] != ')'; ++i) {
-        switch (signature[i]) {
-            case 'Z': {
-                const int value = va_arg(values, int);
-                texts.push_back(value == JNI_FALSE ? "false" : value == JNI_TRUE ? "true" : number(value));
-                break;
-            }
-            case 'I': texts.push_back(number(va_arg(values, jint))); break;
-            case 'J': texts.push_back(number(va_arg(values, jlong))); break;
-            default: {
-                const Object& value = of(va_arg(values, jobject));
-                texts.push_back(value.text ? quoted(*value.text) : hex(value.bytes));
-                i = signature.find_first_of(signature[i] == 'L' ? ";" : "B", i);
-            }
-        }
-    }
-    return texts;
-}
-
-bool missing(const std::string& what) { return script.missing.contains(what); }
-// Regions that are not the whole array show in the transcript, and are not copied.
-bool isWhole(jobject array, jsize start, jsize length) {
-    return start == 0 && static_cast<size_t>(length) == of(array).bytes.size();
-}
-
-JNINativeInterface makeTable() {
-    JNINativeInterface t{};
+// A reference stands for one thing only, so that the transcript can tell.
+JNINativeInterface faultyEnv() {
+    JNINativeInterface t = *quietEnv;
     t.FindClass = [](JNIEnv*, const char* path) {
-        jni("FindClass", {quoted(path)});
-        const std::string simple = std::strrchr(path, '/') + 1;
-        return missing(simple) ? nullptr : make<jclass>({.name = "local " + simple});
+        return missing(std::strrchr(path, '/') + 1) ? nullptr : reinterpret_cast<jclass>(&make());
     };
-    t.RegisterNatives = [](JNIEnv*, jclass target, const JNINativeMethod* methods, jint count) {
-        jni("RegisterNatives", {name(target), number(count)});
-        for (jint i = 0; i < count; ++i) {
-            record(std::string("    ") + methods[i].name + ' ' + methods[i].signature);
-            state.natives[methods[i].name] = methods[i].fnPtr;
-        }
+    t.RegisterNatives = [](JNIEnv*, jclass, const JNINativeMethod* methods, jint count) {
+        for (jint i = 0; i < count; ++i) state.natives[methods[i].name] = methods[i].fnPtr;
         return script.registerNatives;
     };
-    t.NewGlobalRef = [](JNIEnv*, jobject object) -> jobject {
-        jni("NewGlobalRef", {name(object)});
-        return object == nullptr ? nullptr : make({.name = of(object).name.substr(std::strlen("local "))});
-    };
-    t.DeleteLocalRef = [](JNIEnv*, jobject object) {
-        if (object != nullptr && of(object).name == "platform's own") return;
-        jni("DeleteLocalRef", {name(object)});
-        if (object != nullptr) of(object).deleted = true;
-    };
-    t.GetMethodID = [](JNIEnv*, jclass target, const char* method, const char* signature) -> jmethodID {
-        jni("GetMethodID", {name(target), quoted(method), quoted(signature)});
-        tSignature = signature;
-        return target == nullptr || missing(method) ? nullptr : reinterpret_cast<jmethodID>(&state);
+    t.NewGlobalRef = [](JNIEnv*, jobject object) { return object == nullptr ? nullptr : quiet::ref(make()); };
+    t.GetMethodID = [](JNIEnv* env, jclass target, const char* name, const char* signature) {
+        return target == nullptr || missing(name) ? nullptr : quietEnv->GetMethodID(env, target, name, signature);
     };
     t.AllocObject = [](JNIEnv*, jclass target) {
-        jni("AllocObject", {name(target)});
-        return target == nullptr || !script.allocObject ? nullptr : make({.name = "object"});
+        return target == nullptr || !script.allocObject ? nullptr : quiet::ref(make());
     };
-    t.CallVoidMethodV = [](JNIEnv*, jobject object, jmethodID method, va_list values) {
-        std::vector<std::string> texts = {name(object), method == nullptr ? "null" : "method"};
-        for (const std::string& value : valuesOf(tSignature, values)) texts.push_back(value);
-        jni("CallVoidMethod", texts);
-    };
-    t.NewStringUTF = [](JNIEnv*, const char* text) {
-        jni("NewStringUTF", {quoted(text)});
-        return make<jstring>({.name = "string", .text = text});
-    };
-    t.NewByteArray = [](JNIEnv*, jsize length) {
-        jni("NewByteArray", {number(length)});
-        return make<jbyteArray>({.name = "array", .bytes = std::vector<uint8_t>(static_cast<size_t>(length))});
-    };
-    t.SetByteArrayRegion = [](JNIEnv*, jbyteArray array, jsize start, jsize length, const jbyte* from) {
-        const std::vector<uint8_t> bytes(from, from + length);
-        jni("SetByteArrayRegion", {name(array), number(start), number(length), hex(bytes)});
-        if (isWhole(array, start, length)) of(array).bytes = bytes;
-    };
-    t.GetByteArrayRegion = [](JNIEnv*, jbyteArray array, jsize start, jsize length, jbyte* to) {
-        jni("GetByteArrayRegion", {name(array), number(start), number(length)});
-        if (isWhole(array, start, length)) std::copy_n(of(array).bytes.begin(), length, to);
-    };
-    t.GetArrayLength = [](JNIEnv*, jarray array) {
-        jni("GetArrayLength", {name(array)});
-        return static_cast<jsize>(of(array).elements.size() + of(array).bytes.size());
-    };
-    t.GetObjectArrayElement = [](JNIEnv*, jobjectArray array, jsize index) {
-        jni("GetObjectArrayElement", {name(array), number(index)});
-        return of(array).elements.at(static_cast<size_t>(index));
-    };
-    // How the platform finds the parcel behind Java's: none of the library's business.
-    t.GetObjectClass = [](JNIEnv*, jobject) { return make<jclass>({.name = "platform's own"}); };
-    t.GetFieldID = [](JNIEnv*, jclass, const char*, const char*) { return reinterpret_cast<jfieldID>(&state); };
-    t.GetLongField = [](JNIEnv*, jobject object, jfieldID) { return reinterpret_cast<jlong>(of(object).parcel); };
+    t.CallVoidMethodV = [](JNIEnv*, jobject, jmethodID, va_list) {};
     return t;
 }
 
-const JNINativeInterface kTable = makeTable();
-JNIEnv gEnv{&kTable};
-
-JNIInvokeInterface makeVmTable() {
-    JNIInvokeInterface t{};
-    t.AttachCurrentThread = [](JavaVM*, JNIEnv** out, void*) {
-        record("vm AttachCurrentThread");
+JNIInvokeInterface faultyVm() {
+    JNIInvokeInterface t = *quietVm;
+    t.GetEnv = [](JavaVM* vm, void** out, jint version) {
+        return script.getEnv ? *script.getEnv : quietVm->GetEnv(vm, out, version);
+    };
+    t.AttachCurrentThread = [](JavaVM* vm, JNIEnv** out, void* arguments) {
         const jint result = script.attach;
-        if (result != JNI_OK) return result;
-        tAttached = true;
-        *out = &gEnv;
-        return result;
-    };
-    t.DetachCurrentThread = [](JavaVM*) {
-        record("vm DetachCurrentThread");
-        tAttached = false;
-        return jint{JNI_OK};
-    };
-    t.GetEnv = [](JavaVM*, void** out, jint version) {
-        record("vm GetEnv" + std::string(version == JNI_VERSION_1_6 ? "" : " of another version"));
-        if (script.getEnv) return *script.getEnv;
-        if (!tAttached) return jint{JNI_EDETACHED};
-        *out = &gEnv;
-        return jint{JNI_OK};
+        return result == JNI_OK ? quietVm->AttachCurrentThread(vm, out, arguments) : result;
     };
     return t;
 }
 
-const JNIInvokeInterface kVmTable = makeVmTable();
-JavaVM gVm{&kVmTable};
+// The library is linked into this program; the platform, which asks for the parcel behind Java's, is not.
+bool isLibrary(const void* address) {
+    Dl_info info{}, here{};
+    return dladdr(address, &info) != 0 && dladdr(&quietEnv, &here) != 0 && info.dli_fbase == here.dli_fbase;
+}
 
-void logLine(const __android_log_message* message) {
-    if (std::strcmp(message->tag, "orvixJni") != 0) return;
-    const std::string text = oneLine(message->message);
-    record(std::string("log ") + "??VDIWEF"[message->priority] + ' ' + text);
+void writeLine(const std::string& line) {
+    void* env = nullptr;
+    const bool attached = quietVm->GetEnv(quiet::vm(), &env, JNI_VERSION_1_6) == JNI_OK;
+    record(line + (attached || !line.starts_with("jni ") ? "" : " on a thread that is not attached"));
+}
+
+void install() {
+    quietEnv = quiet::env()->functions;
+    quietVm = quiet::vm()->functions;
+    static const JNINativeInterface env = faultyEnv();
+    static const JNIInvokeInterface vm = faultyVm();
+    static const recorder::Tables tables = recorder::tablesOver(&env, &vm, writeLine, isLibrary);
+    quiet::env()->functions = &tables.env;
+    quiet::vm()->functions = &tables.vm;
+    __android_log_set_logger(recorder::logLine);
+}
+
+// The number behind each `lead`, which differs from run to run, as N.
+std::string masked(std::string_view lead, std::string text) {
+    for (size_t at = 0; (at = text.find(lead, at)) != std::string::npos;) {
+        at += lead.size();
+        const size_t end = text.find_first_not_of("0123456789", at);
+        text.replace(at, (end == std::string::npos ? text.size() : end) - at, "N");
+    }
+    return text;
 }
 
 // What a call carries, read back from the bytes that are about to leave.
@@ -240,17 +150,23 @@ void reset() {
         if (mkdtemp(state.folder.data()) == nullptr) std::abort();
         setenv("ORVIX_BINDER_DIR", state.folder.c_str(), 1);
         std::atexit([] { std::filesystem::remove_all(state.folder); });
+        install();
     }
     clearLines();
     script.~Script();
     new (&script) Script;
-    tAttached = true;
-    __android_log_set_logger(logLine);
+    setAttached(true);
 }
 
-void setAttached(bool attached) { tAttached = attached; }
-JavaVM* vm() { return &gVm; }
-JNIEnv* env() { return &gEnv; }
+void setAttached(bool attached) {
+    if (attached) {
+        quiet::env();
+    } else {
+        quietVm->DetachCurrentThread(quiet::vm());
+    }
+}
+JavaVM* vm() { return quiet::vm(); }
+JNIEnv* env() { return quiet::env(); }
 
 void record(const std::string& line) {
     {
@@ -281,10 +197,14 @@ bool waitFor(std::string_view start, size_t times) {
     });
 }
 
-jbyteArray bytes(const std::vector<uint8_t>& content) { return make<jbyteArray>({.name = "array", .bytes = content}); }
-jobject parcel(AParcel* content) { return make({.name = "parcel", .parcel = content}); }
+jbyteArray bytes(const std::vector<uint8_t>& content) {
+    return static_cast<jbyteArray>(quiet::ref(make({.bytes = content})));
+}
+jobject parcel(AParcel* content) { return quiet::ref(make({.parcel = content})); }
 jobjectArray array(const std::vector<jobject>& elements) {
-    return make<jobjectArray>({.name = "array", .elements = elements});
+    quiet::Object& made = make();
+    for (jobject element : elements) made.elements.push_back(reinterpret_cast<quiet::Object*>(element));
+    return static_cast<jobjectArray>(quiet::ref(made));
 }
 
 void* nativeMethod(const std::string& name) { return state.natives.at(name); }
@@ -340,7 +260,8 @@ binder_status_t __wrap_AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRe
 
 AParcel* __real_AParcel_fromJavaParcel(JNIEnv*, jobject);
 AParcel* __wrap_AParcel_fromJavaParcel(JNIEnv* env, jobject parcel) {
-    fake::record("binder fromJavaParcel " + fake::name(parcel));
+    const bool known = reinterpret_cast<quiet::Object*>(parcel)->parcel != nullptr;
+    fake::record(std::string("binder fromJavaParcel ") + (known ? "parcel" : "another object"));
     return __real_AParcel_fromJavaParcel(env, parcel);
 }
 
@@ -371,7 +292,7 @@ void __wrap_syslog(int priority, const char* format, ...) {
     va_start(values, format);
     std::vsnprintf(text, sizeof text, format, values);
     va_end(values);
-    fake::record("syslog " + std::to_string(priority) + ' ' + masked("FD ", text));
+    fake::record("syslog " + std::to_string(priority) + ' ' + fake::masked("FD ", text));
 }
 
 }  // extern "C"
