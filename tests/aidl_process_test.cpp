@@ -3,9 +3,7 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +12,7 @@
 #include <mutex>
 
 #include "tests/aidl_support.h"
+#include "tests/process.h"
 
 namespace orvix_test {
 namespace {
@@ -71,33 +70,15 @@ int servePeer() {
     return 0;
 }
 
-class Peer : public Channel {
-  public:
-    Peer() {
-        char self[] = "/proc/self/exe", mode[] = "--peer";
-        char* const arguments[] = {self, mode, nullptr};
-        pid = fork();
-        if (pid == 0) {
-            dup2(there.get(), STDIN_FILENO);
-            _exit(execv(self, arguments));
-        }
-        there.set(-1);
+struct Peer : Process {
+    Peer() : Process({"--peer"}) {
         ABinderProcess_startThreadPool();
         // The name may still be that of a peer killed before.
-        if (hear(here) != "ready") throw std::runtime_error("the peer did not start");
+        if (hear(channel) != "ready") throw std::runtime_error("the peer did not start");
         service = IOrvixService::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(kInstance)));
-    }
-    ~Peer() { kill(); }
-    void kill() {
-        if (pid == 0) return;
-        ::kill(pid, SIGKILL);
-        waitpid(std::exchange(pid, 0), nullptr, 0);
     }
 
     std::shared_ptr<IOrvixService> service;
-
-  private:
-    pid_t pid = 0;
 };
 
 TEST(TwoProcesses, EveryMethodCrossesWithItsValues) {
@@ -111,14 +92,14 @@ TEST(TwoProcesses, EveryMethodCrossesWithItsValues) {
         Json expected = lineOf(method, arguments);
         std::replace(expected["args"].begin(), expected["args"].end(), Json("local binder"), Json("remote binder"));
         EXPECT_TRUE(call(method, *peer.service, arguments).isOk());
-        ASSERT_EQ(hear(peer.here), expected);
+        ASSERT_EQ(hear(peer.channel), expected);
         ++crossed;
     });
     ASSERT_TRUE(peer.service->registerRequest(callback).isOk());
-    ASSERT_EQ(hear(peer.here), (Json{{"call", "registerRequest"}, {"args", {"remote binder"}}}));
+    ASSERT_EQ(hear(peer.channel), (Json{{"call", "registerRequest"}, {"args", {"remote binder"}}}));
     forEachMeasuredCall<IRequest>([&](const Json&, const auto& method, const auto& arguments) {
         const Json line = lineOf(method, arguments);
-        say(peer.here, line);
+        say(peer.channel, line);
         ASSERT_EQ(hear(called.here), line);
         ++crossed;
     });
@@ -146,7 +127,7 @@ TEST(TwoProcesses, TenThousandCallsArriveInOrder) {
         const auto send = [&] { return peer.service->sendFGNetworkInfo(RatType{1}, TechType{2}, sent); };
         while (sent < 10000 && (status = send()).isOk()) ++sent;
         ASSERT_EQ(status.getStatus(), status.isOk() ? STATUS_OK : STATUS_FAILED_TRANSACTION);
-        ASSERT_EQ(hear(peer.here), (Json{{"call", "sendFGNetworkInfo"}, {"args", {1, 2, arrived}}}));
+        ASSERT_EQ(hear(peer.channel), (Json{{"call", "sendFGNetworkInfo"}, {"args", {1, 2, arrived}}}));
     }
 }
 

@@ -4,14 +4,10 @@
 // The program is also that service: "--service FIRST" asks for numbered pollings once it has a callback.
 
 #include <android/binder_process.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <future>
 #include <numeric>
@@ -20,6 +16,7 @@
 #include "client/AidlClient.h"
 #include "tests/aidl_support.h"
 #include "tests/fake_jni.h"
+#include "tests/process.h"
 
 namespace {
 
@@ -153,41 +150,16 @@ int serve(int first) {
         return STATUS_OK;
     });
     ABinderProcess_startThreadPool();
-    EXPECT_EQ(write(STDOUT_FILENO, "!", 1), 1);  // registered: somebody waits for that
+    EXPECT_EQ(write(STDIN_FILENO, "!", 1), 1);  // registered: somebody waits for that
     for (;;) pause();
 }
 
 // This program as the service, from its registration to its kill.
-class Service {
-  public:
-    explicit Service(int first) {
-        std::string number = std::to_string(first), program = "client_faults_test", mode = "--service";
-        char* const arguments[] = {program.data(), mode.data(), number.data(), nullptr};
-        int ready[2];
-        EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
-        pid = fork();
-        if (pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(ready[1], STDOUT_FILENO);
-            execv("/proc/self/exe", arguments);
-            _exit(127);
-        }
-        close(ready[1]);
+struct Service : orvix_test::Process {
+    explicit Service(int first) : Process({"--service", std::to_string(first)}) {
         char word = 0;
-        EXPECT_EQ(read(ready[0], &word, 1), 1) << "the service ends before it is registered";
-        close(ready[0]);
+        EXPECT_EQ(read(channel.get(), &word, 1), 1) << "the service ends before it is registered";
     }
-    Service(const Service&) = delete;
-    ~Service() { kill(); }
-    void kill() {
-        if (pid <= 0) return;
-        ::kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-        pid = -1;
-    }
-
-  private:
-    pid_t pid;
 };
 
 // What Java heard: "true", "false", and of a service's requests the first, unless one is missing or out of order.

@@ -10,7 +10,7 @@
 #include <filesystem>
 
 #include "platform/linux/src/Frame.h"
-#include "platform_peer.h"
+#include "tests/platform_peer.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ char folder[] = "/tmp/orvix-binder-test-XXXXXX";
 
 class Remote : public testing::Test {
   protected:
-    Process service{kName};
+    Service service{kName};
     ndk::SpAIBinder binder = waitFor(kName);
 
     Answer sendBytes(size_t size, binder_flags_t flags = 0) const {
@@ -183,8 +183,8 @@ TEST(Names, WaitingIsWokenNotPolling) {
         clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
     });
     std::this_thread::sleep_for(milliseconds(300));
-    const Process other("test.other");
-    const Process service(kName);
+    const Service other("test.other");
+    const Service service(kName);
     waiter.join();
     EXPECT_LT(used.tv_sec * 1000 + used.tv_nsec / 1'000'000, 100);
 }
@@ -233,7 +233,7 @@ TEST_F(Remote, DeathIsToldOnceAndTheNameFreed) {
     EXPECT_EQ(STATUS_DEAD_OBJECT, call(binder, kEcho, {}, FLAG_ONEWAY).status);
     EXPECT_EQ(nullptr, AServiceManager_checkService(kName));
 
-    const Process again(kName);
+    const Service again(kName);
     const ndk::SpAIBinder fresh = waitFor(kName);
     EXPECT_NE(binder, fresh);
     EXPECT_EQ(1, call(fresh, kEcho, words({1})).word());

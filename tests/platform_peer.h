@@ -6,9 +6,6 @@
 #include <android/binder_process.h>
 #include <android/binder_stability.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,6 +15,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "tests/process.h"
 
 namespace peer {
 
@@ -157,28 +156,9 @@ inline std::vector<Note> notesOf(const ndk::SpAIBinder& binder) {
     return notes;
 }
 
-// Runs the program again as the service of this name, and kills it at the end.
-class Process {
-  public:
-    explicit Process(std::string name) {
-        char self[] = "/proc/self/exe";
-        char mode[] = "--peer";
-        char* const arguments[] = {self, mode, name.data(), nullptr};
-        EXPECT_EQ(0, posix_spawn(&mPid, self, nullptr, nullptr, arguments, environ));
-    }
-    ~Process() {
-        signal(SIGKILL);
-        waitpid(mPid, nullptr, 0);
-    }
-    void signal(int number) const { ::kill(mPid, number); }
-    // When it returns, no thread of the process runs any more.
-    void stop() const {
-        signal(SIGSTOP);
-        waitpid(mPid, nullptr, WUNTRACED);
-    }
-
-  private:
-    pid_t mPid = 0;
+// A process of this name and service.
+struct Service : orvix_test::Process {
+    explicit Service(const char* name) : Process({"--peer", name}) {}
 };
 
 // What such a process does.

@@ -1,0 +1,65 @@
+// This program again, in a process of its own: a test that needs a peer is the peer too.
+#pragma once
+
+#include <android/binder_auto_utils.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace orvix_test {
+
+// Lives until it is killed, at the latest with this object.
+class Process {
+  public:
+    // Its main gets these arguments, and the other end of the channel, which keeps packets apart, as standard input.
+    explicit Process(const std::vector<std::string>& arguments) {
+        int ends[2];
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("socketpair");
+        channel.set(ends[0]);
+        const ndk::ScopedFileDescriptor other(ends[1]);
+        std::vector<std::string> words = {std::filesystem::read_symlink("/proc/self/exe")};
+#ifdef EMULATOR  // in a cross build, where the kernel cannot run the program
+        words.insert(words.begin(), {EMULATOR, "-L", EMULATOR_ROOT});
+#endif
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char*> pointers;
+        for (std::string& word : words) pointers.push_back(word.data());
+        pointers.push_back(nullptr);
+        pid = fork();
+        if (pid != 0) return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(other.get(), STDIN_FILENO);
+        execv(pointers[0], pointers.data());
+        _exit(127);
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    ~Process() { kill(); }
+
+    void kill() {
+        if (pid <= 0) return;
+        signal(SIGKILL);
+        waitpid(pid, nullptr, 0);
+        pid = -1;
+    }
+    void signal(int number) const { ::kill(pid, number); }
+    // When it returns, no thread of the process runs any more.
+    void stop() const {
+        signal(SIGSTOP);
+        waitpid(pid, nullptr, WUNTRACED);
+    }
+
+    ndk::ScopedFileDescriptor channel;
+
+  private:
+    pid_t pid;
+};
+
+}  // namespace orvix_test
