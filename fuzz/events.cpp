@@ -231,6 +231,8 @@ void load() {
     __android_log_set_logger([](const __android_log_message*) {});
     quiet::env();
     promise(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
+    // The storage of a client outlives it once it had a thread: not a leak.
+    [[maybe_unused]] static AidlClient* volatile kept = orvix::gAidlClient.get();
     quiet::onCall = onJavaCall;
 }
 
