@@ -16,8 +16,8 @@ class EventSemaphore {
     EventSemaphore(const EventSemaphore&) = delete;
     EventSemaphore& operator=(const EventSemaphore&) = delete;
     // Sends a waiter away for good first: glibc does not finish destroying a condition variable that has one, and the
-    // dispatch thread, which nobody stops or joins, must not come back to an object that is gone. Who
-    // comes later, while the storage stays, finds it closed.
+    // dispatch thread, which nobody stops or joins, must not come back to an object that is gone. Who comes
+    // later, while the storage stays, finds it closed.
     ~EventSemaphore();
 
     // Any thread. In counting mode an overflow of the count ends the process.

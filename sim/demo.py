@@ -335,7 +335,7 @@ class Demo:
         stage = self.stage
         self.app.end_of_input()
         code, took = stage.wait_exit(self.app, 5)
-        self.check("after the end of input the JVM ends at once with exit code 0", code == 0,
+        self.check("after the end of input the JVM ends at once with exit code 0", code == 0 and took < 2,
                    f"exit code {code} after {took:.3f} s")
         self.times["end of input to the JVM's end"] = took
         self.service.say("quit")

@@ -68,6 +68,9 @@ struct Implementation {
 ndk::SpAIBinder newBinder();
 
 inline binder_status_t onTransact(AIBinder* binder, transaction_code_t code, const AParcel* in, AParcel* out) {
+    sigset_t blocked;  // nothing: every pool thread takes the program's signals
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    if (sigismember(&blocked, SIGTERM) != 0) return STATUS_WOULD_BLOCK;
     auto& self = *static_cast<Implementation*>(AIBinder_getUserData(binder));
     ndk::SpAIBinder given;
     if (code == kHold && AParcel_readStrongBinder(in, given.getR()) != STATUS_OK) return STATUS_BAD_TYPE;
