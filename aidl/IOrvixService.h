@@ -21,7 +21,7 @@ class IOrvixService : public Interface<IOrvixService, BpOrvixService> {
     using I = IOrvixService;
     static constexpr const char* descriptor = "vendor.nuvel.data.orvixservice.IOrvixService";
     static constexpr int32_t version = 7;
-    static const std::string hash;
+    static const std::string& hash;  // not destroyed at exit: a binder thread may still be asked for it
     static AIBinder_Class* const binderClass;
 
     virtual ScopedAStatus registerRequest(const std::shared_ptr<IRequest>& request) = 0;

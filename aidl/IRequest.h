@@ -20,7 +20,7 @@ class IRequest : public Interface<IRequest, BpRequest> {
     using I = IRequest;
     static constexpr const char* descriptor = "vendor.nuvel.data.orvixservice.IRequest";
     static constexpr int32_t version = 7;
-    static const std::string hash;
+    static const std::string& hash;  // not destroyed at exit: a binder thread may still be asked for it
     static AIBinder_Class* const binderClass;
 
     virtual ScopedAStatus getRadioStatus() = 0;

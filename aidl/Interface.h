@@ -51,6 +51,7 @@ class Interface : public ndk::ICInterface {
     static const std::shared_ptr<I>& getDefaultImpl() { return defaultImpl; }
 
   private:
+    // Released at unload. The library itself never sets it: whoever does keeps calls from coming later than that.
     static inline std::shared_ptr<I> defaultImpl;
 };
 
