@@ -35,14 +35,6 @@ class Remote : public testing::Test {
     }
 };
 
-// Looks again and again for up to ten seconds.
-bool eventually(const auto& condition) {
-    const auto end = steady_clock::now() + std::chrono::seconds(10);
-    bool met = false;
-    while (!(met = condition()) && steady_clock::now() < end) std::this_thread::sleep_for(milliseconds(5));
-    return met;
-}
-
 TEST(Binder, ChecksComeInTheDevicesOrder) {
     const ndk::SpAIBinder binder = newBinder();
     const ndk::SpAIBinder other = newBinder();
@@ -243,6 +235,27 @@ TEST_F(Remote, DeathIsToldOnceAndTheNameFreed) {
         EXPECT_EQ(0, silent->died);
         EXPECT_EQ(1, silent->unlinked);
     }
+}
+
+TEST_F(Remote, ALinkToTheDeadIsToldUnlessSomebodyWas) {
+    ABinderProcess_startThreadPool();
+    const ndk::SpAIBinder called = call(binder, kNewBinder).binder();
+    ASSERT_TRUE(AIBinder_associateClass(called.get(), binderClass()));
+    service.signal(SIGKILL);
+    ASSERT_TRUE(eventually([&] { return call(called, kEcho).status == STATUS_DEAD_OBJECT; }));
+    for (const ndk::SpAIBinder& each : {binder, called}) {  // nobody has noticed; a call has failed
+        Deaths late, refused;
+        late.mayReturn = true;
+        EXPECT_EQ(STATUS_OK, late.link(each));
+        EXPECT_TRUE(eventually([&] { return late.unlinked == 1; }));
+        EXPECT_EQ(1, late.died);
+        EXPECT_EQ(STATUS_DEAD_OBJECT, refused.link(each));
+    }
+}
+
+TEST_F(Remote, ThePoolWorksWhileTheProcessEnds) {
+    EXPECT_EQ(STATUS_OK, call(binder, kEnd).status) << "begun before";
+    EXPECT_EQ(STATUS_OK, call(binder, kNote, words({1, 0})).status) << "begun while destructors run";
 }
 
 TEST_F(Remote, OneTransactionAndWhatWaitsAreLimited) {

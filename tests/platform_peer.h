@@ -20,6 +20,16 @@
 
 namespace peer {
 
+// Looks again and again for up to ten seconds.
+bool eventually(const auto& condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    bool met = false;
+    while (!(met = condition()) && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return met;
+}
+
 inline constexpr const char* kDescriptor = "test.IPeer";
 inline constexpr const char* kName = "test.IPeer/default";
 
@@ -33,10 +43,14 @@ enum Code : transaction_code_t {
     kNewBinder,  // answers a new strong binder of its own
     kAnswer,     // its status is the argument
     kDie,        // ends the process without an answer
+    kEnd,        // ends the process in order; answers when its static destructors run, which take ten seconds
 };
 
 // How many binders of this class live here.
 inline std::atomic<int> living{0};
+
+inline std::atomic<bool> asked{false};   // to end in order
+inline std::atomic<bool> ending{false};  // static destructors run
 
 struct Note {
     int32_t number;
@@ -79,6 +93,11 @@ inline binder_status_t onTransact(AIBinder* binder, transaction_code_t code, con
     AParcel_readInt32(in, &first);
     AParcel_readInt32(in, &second);
     if (code == kNote) return self.note(first, second);
+    if (code == kEnd) {
+        asked = true;
+        asked.notify_one();
+        return eventually([] { return ending.load(); }) ? STATUS_OK : STATUS_TIMED_OUT;
+    }
     const std::lock_guard lock(self.lock);
     switch (code) {
         case kEcho: return AParcel_writeInt32(out, first);
@@ -166,10 +185,17 @@ struct Service : orvix_test::Process {
 
 // What such a process does.
 inline int serve(const char* name) {
+    static const struct Last {  // of all destructors, being the first to be made
+        ~Last() {
+            ending = true;
+            std::this_thread::sleep_for(std::chrono::seconds(10));
+        }
+    } last;
     const ndk::SpAIBinder binder = newBinder();
     ABinderProcess_startThreadPool();
     if (AServiceManager_addService(binder.get(), name) != EX_NONE) return 2;
-    for (;;) pause();
+    asked.wait(false);
+    return 0;
 }
 
 }  // namespace peer

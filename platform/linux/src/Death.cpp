@@ -41,9 +41,12 @@ class Links {
 
     binder_status_t link(const RemoteBinder& binder, const AIBinder_DeathRecipient& recipient, void* cookie) {
         const std::lock_guard lock(mLock);
-        // A connection closes first and asks for the lock then, so a link is either refused or announced.
-        if (!binder.connection->isOpen()) return STATUS_DEAD_OBJECT;
-        if (find(binder, recipient, cookie) == mLinks.end()) mLinks.push_back({++mLastId, &binder, &recipient, cookie});
+        if (binder.deathTold) return STATUS_DEAD_OBJECT;
+        if (find(binder, recipient, cookie) != mLinks.end()) return STATUS_OK;
+        mLinks.push_back({++mLastId, &binder, &recipient, cookie});
+        // The peer may be gone already, and nobody was told. A connection closes first and asks for the lock then, so
+        // one of the two sees the other; where both do, the second delivery finds nothing.
+        if (!binder.connection->isOpen()) postDelivery(mLastId);
         return STATUS_OK;
     }
 
@@ -91,17 +94,22 @@ class Links {
         const std::lock_guard lock(mLock);
         for (const Link& link : mLinks) {
             if (!link.delivering && link.binder->connection.get() == &connection) {
-                post([this, id = link.id] { deliver(id); });
+                postDelivery(link.id);
             }
         }
     }
 
   private:
+    void postDelivery(uint64_t id) {
+        post([this, id] { deliver(id); });
+    }
+
     void deliver(uint64_t id) {
         std::unique_lock lock(mLock);
         const auto link = std::find_if(mLinks.begin(), mLinks.end(), [&](const Link& each) { return each.id == id; });
         if (link == mLinks.end() || link->delivering) return;
         link->delivering = true;
+        link->binder->deathTold = true;
         const auto onDied = link->recipient->onDied;
         const Unlinked unlinked(link->recipient->onUnlinked, link->cookie);
         lock.unlock();

@@ -91,8 +91,9 @@ struct LocalBinder final : AIBinder {
 // One object for each binder of a peer, as long as anybody holds it.
 struct RemoteBinder final : AIBinder {
     const std::shared_ptr<Connection> connection;
-    const uint32_t id;      // the peer's
-    uint64_t received = 1;  // how often the peer has given it away to us; guarded by the connection
+    const uint32_t id;               // the peer's
+    uint64_t received = 1;           // how often the peer has given it away to us; guarded by the connection
+    mutable bool deathTold = false;  // to anybody who was linked; guarded by the links
 
     RemoteBinder(std::shared_ptr<Connection> itsConnection, uint32_t itsId, int32_t itsStability)
         : AIBinder(nullptr, itsStability), connection(std::move(itsConnection)), id(itsId) {}

@@ -4,21 +4,17 @@
 #include <pthread.h>
 #include <signal.h>
 
-#include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <mutex>
 #include <thread>
 
 namespace standin {
 namespace {
 
-thread_local bool onPoolThread = false;
-
 class Pool {
   public:
     static Pool& get() {
-        static Pool* const pool = new Pool;  // for ever: its threads outlive the destructors of the process
+        static Pool* const pool = new Pool;  // never destroyed: its threads run on while the process ends
         return *pool;
     }
 
@@ -51,8 +47,6 @@ class Pool {
         if (mStarted) return;
         mStarted = true;
         pthread_sigmask(SIG_SETMASK, nullptr, &mSignals);
-        // Runs before the destructors of everything that was loaded earlier: those then find nobody inside.
-        std::atexit([] { get().stop(); });
         spawn();
         growIfNeeded();
     }
@@ -80,21 +74,17 @@ class Pool {
   private:
     // The thread counts as idle already.
     [[noreturn]] void work() {
-        onPoolThread = true;
         std::unique_lock lock(mLock);
         for (;;) {
-            mWake.wait(lock, [this] { return !mQueue.empty() && !mStopping; });
+            mWake.wait(lock, [this] { return !mQueue.empty(); });
             --mIdle;
-            ++mBusy;
             Work item = std::move(mQueue.front());
             mQueue.pop_front();
             lock.unlock();
             item();
             item = nullptr;  // foreign destructors may run here
             lock.lock();
-            --mBusy;
             ++mIdle;
-            if (mStopping) mQuiet.notify_all();
         }
     }
 
@@ -105,7 +95,7 @@ class Pool {
     }
 
     void growIfNeeded() {
-        for (; mQueue.size() > mIdle && mThreads < mMaxThreads && !mStopping; ++mThreads) spawn();
+        for (; mQueue.size() > mIdle && mThreads < mMaxThreads; ++mThreads) spawn();
     }
 
     void spawn() {
@@ -118,25 +108,14 @@ class Pool {
         thread.detach();
     }
 
-    // From here on nothing begins; what is under way gets a moment to end, so that it does not meet the destructors.
-    void stop() {
-        std::unique_lock lock(mLock);
-        mStopping = true;
-        const size_t self = onPoolThread ? 1 : 0;
-        mQuiet.wait_for(lock, std::chrono::milliseconds(100), [&] { return mBusy <= self; });
-    }
-
     std::mutex mLock;
     std::condition_variable mWake;
-    std::condition_variable mQuiet;
     std::deque<Work> mQueue;
     size_t mIdle = 0;
-    size_t mBusy = 0;
     size_t mThreads = 0;  // made on demand, beside the first
     size_t mMaxThreads = 15;
     bool mStarted = false;
     sigset_t mSignals{};  // the program's mask when it started the pool
-    bool mStopping = false;
 };
 
 }  // namespace

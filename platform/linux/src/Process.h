@@ -1,4 +1,5 @@
-// The thread pool: the only threads that run foreign code for what comes from outside.
+// The thread pool: the only threads that run foreign code for what comes from outside. As on the device they run until
+// the process is gone, also while its static destructors run.
 #pragma once
 
 #include <deque>
@@ -14,7 +15,7 @@ struct OnewayQueue {
     bool busy = false;
 };
 
-// Runs the work on a thread of the pool, as soon as there is one; never after the process has begun to end.
+// Runs the work on a thread of the pool, as soon as there is one.
 void post(Work work);
 // After all that was posted to the same queue before. The work must keep the queue alive.
 void postInOrder(OnewayQueue& queue, Work work);
