@@ -8,7 +8,7 @@
 #include "bench/Operations.h"
 #include "bench/Twin.h"
 #include "client/AidlClient.h"
-#include "sim/quiet_jni.h"
+#include "sim/vm/quiet_jni.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "client/AidlClient.h"
 #include "fuzz/Fuzz.h"
-#include "sim/quiet_jni.h"
+#include "sim/vm/quiet_jni.h"
 
 namespace fuzz {
 namespace {

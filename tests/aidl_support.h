@@ -13,7 +13,7 @@
 
 #include "aidl/IOrvixService.h"
 #include "aidl/IRequest.h"
-#include "sim/Json.h"
+#include "sim/json/Json.h"
 
 namespace orvix_test {
 

@@ -1,6 +1,6 @@
 # The whole library in one process, between a Java VM of function tables and a recorded platform border.
 
-include(${CMAKE_SOURCE_DIR}/sim/quiet_jni.cmake)
+include(${CMAKE_SOURCE_DIR}/sim/vm/quiet_jni.cmake)
 add_library(fake_jni STATIC fake_jni.cpp jni_recorder.cpp)
 target_link_libraries(fake_jni PUBLIC quiet_jni orvix_json ${CMAKE_DL_LIBS})
 foreach(border AIBinder_transact AIBinder_associateClass AIBinder_linkToDeath AIBinder_unlinkToDeath

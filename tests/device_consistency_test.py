@@ -15,7 +15,7 @@ sys.path.insert(0, str(ROOT / "device"))
 import freeze  # noqa: E402
 
 LIBRARY = ("aidl", "callback", "client", "jni")
-JAVA = "sim/java/vendor/nuvel/data/orvixadmin"
+JAVA = "sim/app/java/vendor/nuvel/data/orvixadmin"
 
 
 def text(path):

@@ -20,8 +20,8 @@
 #include <map>
 #include <mutex>
 
-#include "sim/Json.h"
-#include "sim/quiet_jni.h"
+#include "sim/json/Json.h"
+#include "sim/vm/quiet_jni.h"
 #include "tests/jni_recorder.h"
 
 namespace fake {

@@ -7,8 +7,8 @@ import sys
 import time
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "sim"))
-from live import Stage, Unmet  # noqa: E402
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "sim/live"))
+from stage import Stage, Unmet  # noqa: E402
 
 AT_ONCE = 5.0  # seconds; a machine that hangs does so for ever
 CODES = {"return": 0, "exit": 7, "halt": 8, "exitInCallOut": 9}

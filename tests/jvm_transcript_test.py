@@ -14,8 +14,8 @@ import sys
 from pathlib import Path
 
 TESTS = Path(__file__).resolve().parent
-sys.path.insert(0, str(TESTS.parent / "sim"))
-from live import Stage, Unmet  # noqa: E402
+sys.path.insert(0, str(TESTS.parent / "sim/live"))
+from stage import Stage, Unmet  # noqa: E402
 
 # What no Java program can do: hand over no JNIEnv, or bytes that no record's writer makes.
 UNPLAYABLE_LINE = "log E sendBlobToMirel: JNIEnv is NULL"

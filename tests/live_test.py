@@ -26,20 +26,20 @@ BAD = {  # typed: in the answer
     "sendNetworkInfo 1 {": "argument info (NetworkInfo): not well-formed JSON near $",
 }
 RUNS = [  # command, environment, input, exit code, in the last lines of the output
-    ("demo.py", {}, "", 0, ["15/15", "23/23", "22/22", "1 and 1"]),
-    ("demo.py", {"ORVIX_FAULTS": "tagSocket=-1"}, "", 1, ["FAILED: everything came in time: socket 100"]),
-    ("demo.py", {"ORVIX_FAULTS": "linkToDeath=-32"}, "", 1, ["FAILED: Java is told false"]),
-    ("app", {}, "\n".join(BAD), 2, BAD.values()),
-    ("app", {}, "# a comment\n\nquit\nsendScreenState\n", 0, []),
-    ("app --jsom", {}, "", 2, ["unknown option --jsom; usage: OrvixApp [--json]"]),
-    ("app", {"ORVIX_BUILD": "/nowhere"}, "", 1, ["app: /nowhere holds no application; build it with: ./orvix build"]),
+    ("live/demo.py", {}, "", 0, ["15/15", "23/23", "22/22", "1 and 1"]),
+    ("live/demo.py", {"ORVIX_FAULTS": "tagSocket=-1"}, "", 1, ["FAILED: everything came in time: socket 100"]),
+    ("live/demo.py", {"ORVIX_FAULTS": "linkToDeath=-32"}, "", 1, ["FAILED: Java is told false"]),
+    ("app/run", {}, "\n".join(BAD), 2, BAD.values()),
+    ("app/run", {}, "# a comment\n\nquit\nsendScreenState\n", 0, []),
+    ("app/run --jsom", {}, "", 2, ["unknown option --jsom; usage: OrvixApp [--json]"]),
+    ("app/run", {"ORVIX_BUILD": "/nowhere"}, "", 1, ["app: /nowhere holds no application; build it with: ./orvix build"]),
 ]
 
 
 def run(build, command, environment, text):
     """Exit code, the last lines, the files left behind."""
     program, *options = command.split()
-    if program == "demo.py":
+    if program == "live/demo.py":
         options += ["--build", build]
     with tempfile.TemporaryDirectory() as folder:
         settings = os.environ | {"ORVIX_BUILD": str(build), "TMPDIR": folder, "ORVIX_BINDER_DIR": folder} | environment

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <optional>
 
-#include "sim/Json.h"
+#include "sim/json/Json.h"
 
 namespace {
 

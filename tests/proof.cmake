@@ -1,7 +1,7 @@
 # Endurance, on a Java VM and without one. No VM runs under a sanitizer's runtime or for another processor.
 function(orvix_soak_test name)
     add_test(NAME ${name}
-             COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/sim/soak.py --build ${CMAKE_BINARY_DIR} ${ARGN})
+             COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/sim/live/soak.py --build ${CMAKE_BINARY_DIR} ${ARGN})
     set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
 endfunction()
 if(CMAKE_CROSSCOMPILING)

@@ -8,8 +8,8 @@ import signal
 import sys
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "sim"))
-from live import Stage  # noqa: E402
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "sim/live"))
+from stage import Stage  # noqa: E402
 
 WRONG = [  # what is typed, and the line that answers
     ("startUidStatsPolling 5000", "startUidStatsPolling: no callback is registered yet"),

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/Json.h"
+#include "sim/json/Json.h"
 
 namespace sim {
 

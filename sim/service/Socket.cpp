@@ -1,4 +1,4 @@
-#include "sim/Socket.h"
+#include "sim/service/Socket.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

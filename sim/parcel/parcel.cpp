@@ -5,10 +5,10 @@
 #include <cstring>
 #include <iostream>
 
-#include "sim/Json.h"
-#include "sim/Names.h"
-#include "sim/Objects.h"
-#include "sim/Walk.h"
+#include "sim/json/Json.h"
+#include "sim/json/Names.h"
+#include "sim/parcel/Objects.h"
+#include "sim/parcel/Walk.h"
 
 namespace sim {
 namespace {

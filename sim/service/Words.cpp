@@ -1,4 +1,4 @@
-#include "sim/Words.h"
+#include "sim/service/Words.h"
 
 namespace sim {
 namespace {

@@ -1,10 +1,10 @@
-#include "sim/Walk.h"
+#include "sim/parcel/Walk.h"
 
 #include <fcntl.h>
 
 #include <algorithm>
 
-#include "sim/Objects.h"
+#include "sim/parcel/Objects.h"
 
 namespace sim {
 

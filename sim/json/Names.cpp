@@ -1,4 +1,4 @@
-#include "sim/Names.h"
+#include "sim/json/Names.h"
 
 #include <algorithm>
 #include <cctype>

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <string>
 
-#include "sim/Json.h"
+#include "sim/json/Json.h"
 
 namespace sim {
 

@@ -13,7 +13,7 @@ import sys
 import time
 from pathlib import Path
 
-from live import SIM, Stage, Unmet
+from stage import SIM, Stage, Unmet
 
 NATIVES = 15
 REQUESTS = 23

@@ -15,7 +15,7 @@ import tempfile
 import time
 from pathlib import Path
 
-SIM = Path(__file__).resolve().parent
+SIM = Path(__file__).resolve().parent.parent
 LOG_LINE = re.compile(r"\d\d-\d\d [\d:.]{12} +\d+ +\d+ (?P<priority>\w) (?P<tag>\S+) *: (?P<message>.*)")
 
 
@@ -92,7 +92,7 @@ class Stage:
         return self._add(Half("service", [*command, *arguments], self.environment))
 
     def start_app(self, *arguments, pass_fds=(), command=None, **environment):
-        command = command or [SIM / "app", "--json"]
+        command = command or [SIM / "app/run", "--json"]
         return self._add(Half("java", [*command, *arguments], self.environment | environment, pass_fds))
 
     def _add(self, half):

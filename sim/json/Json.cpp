@@ -1,4 +1,4 @@
-#include "sim/Json.h"
+#include "sim/json/Json.h"
 
 #include <fcntl.h>
 #include <unistd.h>

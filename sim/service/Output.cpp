@@ -1,4 +1,4 @@
-#include "sim/Output.h"
+#include "sim/service/Output.h"
 
 #include <unistd.h>
 

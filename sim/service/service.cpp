@@ -9,10 +9,10 @@
 #include <csignal>
 #include <iostream>
 
-#include "sim/Names.h"
-#include "sim/Output.h"
-#include "sim/Socket.h"
-#include "sim/Words.h"
+#include "sim/json/Names.h"
+#include "sim/service/Output.h"
+#include "sim/service/Socket.h"
+#include "sim/service/Words.h"
 
 namespace sim {
 namespace {

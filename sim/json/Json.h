@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "sim/Types.h"
+#include "sim/json/Types.h"
 
 namespace sim {
 

@@ -18,7 +18,7 @@
 #include <thread>
 
 #include "client/AidlClient.h"
-#include "sim/quiet_jni.h"
+#include "sim/vm/quiet_jni.h"
 
 namespace {
 

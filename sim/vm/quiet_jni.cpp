@@ -1,4 +1,4 @@
-#include "sim/quiet_jni.h"
+#include "sim/vm/quiet_jni.h"
 
 #include <algorithm>
 #include <cstdarg>

@@ -1,7 +1,7 @@
 // What a received descriptor is good for.
 #pragma once
 
-#include "sim/Types.h"
+#include "sim/json/Types.h"
 
 namespace sim {
 
