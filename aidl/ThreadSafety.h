@@ -1,5 +1,5 @@
 // What each lock guards, in the words of clang's thread-safety analysis; other compilers read nothing here. The
-// analysis needs locks that are annotated themselves: those of libc++ are, when asked to be (preset threadsafety).
+// analysis needs locks that are annotated themselves: those of libc++ are, when asked to be (preset device-rules).
 #pragma once
 
 #include <shared_mutex>

@@ -1,14 +1,6 @@
 # What the tests and tools find on the host, for a cross build: googletest from Debian's sources, and the two libraries
 # that are headers only, without the rest of the host's /usr/include.
-include(FetchContent)
-set(INSTALL_GTEST OFF)
-set(BUILD_GMOCK OFF)
-FetchContent_Declare(GTest SOURCE_DIR /usr/src/googletest OVERRIDE_FIND_PACKAGE)
-FetchContent_MakeAvailable(GTest)
-foreach(library gtest gtest_main)
-    get_target_property(includes ${library} INTERFACE_INCLUDE_DIRECTORIES)
-    set_target_properties(${library} PROPERTIES INTERFACE_SYSTEM_INCLUDE_DIRECTORIES "${includes}")
-endforeach()
+include(${CMAKE_CURRENT_LIST_DIR}/GoogleTest.cmake)
 
 foreach(package nlohmann_json:nlohmann CLI11:CLI)
     string(REGEX MATCH "([^:]+):(.+)" _ ${package})

@@ -1,6 +1,9 @@
 # What belongs to the device: that things written twice agree, that overflow ends the process, and the hardened object.
 add_test(NAME device_consistency
          COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/device_consistency_test.py)
+add_test(NAME device_symbols
+         COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/device_symbols_test.py
+                 ${CMAKE_CURRENT_SOURCE_DIR}/data/device_symbols.txt ${CMAKE_BINARY_DIR})
 
 orvix_test(hardened_overflow_test SOURCES hardened_overflow_test.cpp LIBRARIES orvix_client)
 

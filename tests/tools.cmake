@@ -8,3 +8,7 @@ add_test(NAME service_tool
          COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/service_tool_test.py ${CMAKE_BINARY_DIR}
                  ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:orvix-service>)
 set_tests_properties(service_tool PROPERTIES TIMEOUT 120 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
+
+add_test(NAME aidl_files
+         COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/aidl_files_test.py ${CMAKE_SOURCE_DIR}/aidl
+                 ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:orvix-parcel>)

@@ -1,0 +1,10 @@
+# googletest from Debian's sources: for another processor, or another C++ library, than that of the built package.
+include(FetchContent)
+set(INSTALL_GTEST OFF)
+set(BUILD_GMOCK OFF)
+FetchContent_Declare(GTest SOURCE_DIR /usr/src/googletest OVERRIDE_FIND_PACKAGE)
+FetchContent_MakeAvailable(GTest)
+foreach(library gtest gtest_main)
+    get_target_property(includes ${library} INTERFACE_INCLUDE_DIRECTORIES)
+    set_target_properties(${library} PROPERTIES INTERFACE_SYSTEM_INCLUDE_DIRECTORIES "${includes}")
+endforeach()
