@@ -8,7 +8,6 @@
 #include <type_traits>
 
 #include "aidl/Interface.h"
-#include "aidl/ThreadSafety.h"
 
 namespace aidl::vendor::nuvel::data::orvixservice {
 
@@ -84,8 +83,8 @@ class Proxy : public ndk::BpCInterface<I> {
         return ScopedAStatus::fromStatus(status);
     }
 
-    int32_t cachedVersion = -1;                                       // -1: not asked yet
-    std::string cachedHash ORVIX_GUARDED_BY(cachedHashMutex) = "-1";  // likewise
+    int32_t cachedVersion = -1;     // -1: not asked yet
+    std::string cachedHash = "-1";  // likewise
     std::mutex cachedHashMutex;
 };
 

@@ -6,8 +6,8 @@ namespace orvix {
 
 namespace {
 
-ScopedAStatus post(const CallbackEvent& ev) {
-    gAidlClient->pushEv(ev);
+ScopedAStatus post(CallbackEvent ev) {
+    AidlClient::latest().pushEv(std::move(ev));
     return ScopedAStatus::ok();
 }
 

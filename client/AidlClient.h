@@ -2,11 +2,11 @@
 // and the calls into Java.
 //
 // Threads: Java threads run the native methods. One dispatch thread runs every call into Java. Binding threads (one at
-// start, one after each death) connect. Binder threads only queue events. Nothing stops: the client lives until the
-// process ends.
+// start, one after each death) connect. Binder threads only queue events. Nothing stops these threads, not even the
+// client's end: see ~AidlClient.
 //
-// Locks: serviceLock, queueMutex and the one inside eventSignal; never nested, but in the destructor, and never held
-// across a call into Java. serviceLock alone is held across binder calls: while binding and unbinding.
+// Locks: serviceLock, queueMutex and the one inside eventSignal; never nested, and never held across a call into Java.
+// serviceLock alone is held across binder calls: while binding and unbinding.
 #pragma once
 
 #include <android/binder_auto_utils.h>
@@ -20,23 +20,26 @@
 #include <optional>
 
 #include "aidl/IOrvixService.h"
-#include "aidl/ThreadSafety.h"
 #include "callback/OrvixCallback.h"
 #include "client/CallbackEvent.h"
 #include "client/EventSemaphore.h"
+#include "client/ThreadSafety.h"
 
 namespace orvix {
 
 class AidlClient {
   public:
-    AidlClient() = default;
+    AidlClient() : earlier(newest.exchange(this)) {}
     AidlClient(const AidlClient&) = delete;
     AidlClient& operator=(const AidlClient&) = delete;
-    // Joins no thread: one that comes back to this client waits for good. Events still queued are lost; javaClass is
-    // only forgotten.
+    // The end, at a second load or while the process ends, stops and joins nobody: it empties the client. Its storage,
+    // its locks and its wake-up stay for good, so a thread that comes late finds a client without a service and queues
+    // in vain; a call-out that has begun is finished, the client's own threads rest before the next.
     virtual ~AidlClient();
-    // Keeps the storage once a dispatch thread has run: see ~AidlClient.
-    static void operator delete(void* storage);  // NOLINT(misc-new-delete-overloads): made by the global new
+    static void operator delete(void*) {}  // NOLINT(misc-new-delete-overloads): made by the global new
+
+    // The client last loaded, ended or not. Any thread; gAidlClient may be written meanwhile, this is never cleared.
+    static AidlClient& latest() { return *newest; }
 
     // At load (jni/JniOnLoad.cpp). Registers the natives on className and finds the class of the call-outs. The caller
     // owns methods; they are copied by the VM. False, with an error logged, when the VM refuses; a missing class of the
@@ -53,8 +56,8 @@ class AidlClient {
     static void deathCallback(void* cookie);
 
     // The event queue (client/EventQueue.cpp).
-    // Queues a copy of ev and wakes the dispatch thread. Any thread; never waits for Java.
-    void pushEv(const CallbackEvent& ev);
+    // Queues the event, the caller's copy, and wakes the dispatch thread. Any thread; never waits for Java.
+    void pushEv(CallbackEvent ev);
     [[noreturn]] void jniMainThread();  // body of the dispatch thread
     void handleEvents();                // the dispatch thread: drains the queue
     // The dispatch thread: into Java, or what the event says; a type that nobody has does nothing.
@@ -108,9 +111,12 @@ class AidlClient {
     // Calls into Java (client/JavaCalls.cpp).
     // Attaches the calling thread when it is not; false, logged, when that fails. Detaching is the caller's.
     bool isThreadAttached(JNIEnv** env);
-    // Looks the instance method up and returns a new object, made without a constructor, to call it on. Neither is
-    // checked here: a missing method is a null methodId, and null comes back when there is no memory.
-    jobject getJavaCallbackClass(JNIEnv* env, const char* name, const char* signature, jmethodID& methodId);
+    // Looks the instance method of target up and returns a new object, made without a constructor, to call it on.
+    // Neither is checked here: a missing method is a null methodId, and null comes back when there is no memory.
+    static jobject getJavaCallbackClass(JNIEnv* env, jclass target, const char* name, const char* signature,
+                                        jmethodID& methodId);
+    // The class of the call-outs, which one call-out keeps to its end. Does not return when the client has ended.
+    jclass beginCallOut();
     // One call-out: attach, log "<name> start", look javaName up, call, detach.
     template <typename... Args>
     void callJavaAs(const char* name, const char* javaName, const Args&... args);
@@ -120,22 +126,33 @@ class AidlClient {
     bool tellAvailability(bool available);
     // The part of a call-out on an attached thread; detaches it. afterCall runs right after the call, if there was one.
     template <typename After, typename... Args>
-    void callAttached(JNIEnv* env, const char* javaName, const After& afterCall, const Args&... args);
+    void callAttached(JNIEnv* env, jclass target, const char* javaName, const After& afterCall, const Args&... args);
 
     std::optional<CallbackEvent> takeEvent();
-    static void startThread(void (AidlClient::*body)(), AidlClient* client);
+    static void startThread(void (AidlClient::*body)(), AidlClient& client);
+    void dropService() ORVIX_REQUIRES(serviceLock);
 
+    static inline std::atomic<AidlClient*> newest = nullptr;
+    [[maybe_unused]] AidlClient* const earlier;  // what is kept for good can be found by a leak checker
+
+    // asking: a binding thread, with serviceLock held, waits for an answer of the service.
+    enum class Life { open, asking, ended };
+    std::atomic<Life> life = Life::open;
     std::atomic<jclass> javaClass = nullptr;  // global reference to SorvixAidlClient, the class of the call-outs
-    std::deque<CallbackEvent> eventQueue ORVIX_GUARDED_BY(queueMutex);
-    std::mutex queueMutex;
-    EventSemaphore eventSignal;
-    SharedMutex serviceLock;
-    std::shared_ptr<IOrvixService> service ORVIX_GUARDED_BY(serviceLock);  // null while unbound
-    std::shared_ptr<OrvixCallback> callback;  // the one last registered; a dispatch thread only
-    ndk::ScopedAIBinder_DeathRecipient deathRecipient ORVIX_GUARDED_BY(serviceLock);
+
+    // On the heap for good, see ~AidlClient.
+    std::deque<CallbackEvent>& eventQueue ORVIX_GUARDED_BY(queueMutex) = *new std::deque<CallbackEvent>;
+    std::mutex& queueMutex = *new std::mutex;
+    EventSemaphore& eventSignal = *new EventSemaphore;
+    SharedMutex& serviceLock = *new SharedMutex;
+    std::shared_ptr<IOrvixService>& service ORVIX_GUARDED_BY(serviceLock) = *new std::shared_ptr<IOrvixService>;
+    std::shared_ptr<OrvixCallback>& callback = *new std::shared_ptr<OrvixCallback>;
+    ndk::ScopedAIBinder_DeathRecipient& deathRecipient ORVIX_GUARDED_BY(serviceLock) =
+        *new ndk::ScopedAIBinder_DeathRecipient;
 };
 
-// Written only by JNI_OnLoad, which replaces and destroys an earlier client; read everywhere.
+// Owns the client. Written only by JNI_OnLoad, which replaces and destroys an earlier one, and by the end of the
+// process.
 extern std::unique_ptr<AidlClient> gAidlClient;
 
 }  // namespace orvix

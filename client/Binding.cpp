@@ -6,8 +6,6 @@
 
 #include <android/binder_manager.h>
 
-#include <atomic>
-#include <chrono>
 #include <string>
 #include <thread>
 
@@ -18,35 +16,26 @@ namespace orvix {
 
 std::unique_ptr<AidlClient> gAidlClient;
 
-namespace {
-std::atomic<bool> threadsStarted = false;
-}  // namespace
-
 AidlClient::~AidlClient() {
-    if (threadsStarted) {
-        // Never unlocked. A thread that comes back late from Java or from binding finds the queue or the service locked
-        // and stays there; nobody stops these threads, and they must not work on a client that is gone. A binding
-        // thread may hold serviceLock while it asks a service that hangs: the end of the process does not wait for
-        // that, and what such a thread may still assign to is left empty below.
-        queueMutex.lock();
-        for (int tries = 0; tries < 100 && !serviceLock.try_lock(); ++tries) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
+    const Life before = life.exchange(Life::ended);
     javaClass = nullptr;  // the global reference stays: the VM may be gone by now
+    // A binding thread that waits for a service that hangs keeps serviceLock: the end does not wait for that, and what
+    // such a thread holds it drops itself.
+    if (before != Life::asking) {
+        const std::lock_guard lock(serviceLock);
+        dropService();
+    }
+    const std::lock_guard lock(queueMutex);
+    eventQueue.clear();
+}
+
+void AidlClient::dropService() {
     service.reset();
-    callback.reset();
+    std::atomic_store(&callback, {});
     deathRecipient.set(nullptr);
 }
 
-void AidlClient::operator delete(void* storage) {     // NOLINT(misc-new-delete-overloads)
-    if (!threadsStarted) ::operator delete(storage);  // else such a thread may still look at the lock
-}
-
-void AidlClient::startThread(void (AidlClient::*body)(), AidlClient* client) {
-    threadsStarted = true;
-    std::thread(body, client).detach();
-}
+void AidlClient::startThread(void (AidlClient::*body)(), AidlClient& client) { std::thread(body, &client).detach(); }
 
 std::shared_ptr<IOrvixService> AidlClient::getOrvixService() {
     const SharedGuard lock(serviceLock);
@@ -55,33 +44,33 @@ std::shared_ptr<IOrvixService> AidlClient::getOrvixService() {
 
 void AidlClient::bindToService() {
     const std::string name = std::string(IOrvixService::descriptor) + "/default";
-    for (bool bound = false; !bound;) {
+    for (;;) {
         const ndk::SpAIBinder binder(AServiceManager_waitForService(name.c_str()));
         if (binder.get() == nullptr) continue;
         const std::lock_guard lock(serviceLock);
+        Life expected = Life::open;
+        if (!life.compare_exchange_strong(expected, Life::asking)) return;
         service = IOrvixService::fromBinder(binder);
+        if (!life.compare_exchange_strong(expected = Life::asking, Life::open)) return dropService();
         if (!service) continue;
         deathRecipient.set(AIBinder_DeathRecipient_new(deathCallback));
         AIBinder_linkToDeath(service->asBinder().get(), deathRecipient.get(), this);
-        bound = true;
+        break;
     }
     __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "bindToService is successful");
     pushEv({.type = 0});
 }
 
-void AidlClient::deathCallback(void*) { gAidlClient->pushEv({.type = -1}); }
+void AidlClient::deathCallback(void*) { latest().pushEv({.type = -1}); }
 
 void AidlClient::handleServiceUp() {
     __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "handleServiceUp start");
     if (!tellAvailability(true)) return;
-    const auto bound = getOrvixService();
-    if (!bound) return;
+    const auto current = getOrvixService();
+    if (!current) return;
     const auto registered = ndk::SharedRefBase::make<OrvixCallback>();
-    {
-        const std::lock_guard lock(serviceLock);  // against the destructor and a second initialize's dispatch thread
-        callback = registered;
-    }
-    bound->registerRequest(registered);
+    std::atomic_store(&callback, registered);  // a second initialize's dispatch thread may do the same, and the end
+    current->registerRequest(registered);
 }
 
 void AidlClient::handleServiceDown() {
@@ -93,7 +82,7 @@ void AidlClient::handleServiceDown() {
     }
     // Without Java there is no use for the service: a failed attach leaves the client unbound for good.
     if (!tellAvailability(false)) return;
-    startThread(&AidlClient::bindToService, this);
+    startThread(&AidlClient::bindToService, *this);
 }
 
 }  // namespace orvix

@@ -9,18 +9,17 @@
 
 namespace orvix {
 
-void AidlClient::pushEv(const CallbackEvent& ev) {
-    CallbackEvent copy = ev;
+void AidlClient::pushEv(CallbackEvent ev) {
     {
         const std::lock_guard lock(queueMutex);
-        eventQueue.push_back(std::move(copy));
+        eventQueue.push_back(std::move(ev));
     }
     eventSignal.release();
 }
 
 void AidlClient::jniMainThread() {
     ABinderProcess_startThreadPool();
-    startThread(&AidlClient::bindToService, this);
+    startThread(&AidlClient::bindToService, *this);
     for (;;) {
         handleEvents();
         eventSignal.acquire();

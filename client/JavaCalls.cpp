@@ -28,17 +28,25 @@ bool AidlClient::isThreadAttached(JNIEnv** env) {
     return true;
 }
 
-jobject AidlClient::getJavaCallbackClass(JNIEnv* env, const char* name, const char* signature, jmethodID& methodId) {
+jobject AidlClient::getJavaCallbackClass(JNIEnv* env, jclass target, const char* name, const char* signature,
+                                         jmethodID& methodId) {
     __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "getJavaCallbackClass start");
-    methodId = env->GetMethodID(javaClass, name, signature);
+    methodId = env->GetMethodID(target, name, signature);
     __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "getJavaCallbackClass End midIs[%d]", methodId != nullptr ? 1 : 0);
-    return env->AllocObject(javaClass);
+    return env->AllocObject(target);
+}
+
+jclass AidlClient::beginCallOut() {
+    const jclass target = javaClass;
+    while (life == Life::ended) eventSignal.acquire();  // for good
+    return target;
 }
 
 template <typename After, typename... Args>
-void AidlClient::callAttached(JNIEnv* env, const char* javaName, const After& afterCall, const Args&... args) {
+void AidlClient::callAttached(JNIEnv* env, jclass target, const char* javaName, const After& afterCall,
+                              const Args&... args) {
     jmethodID methodId = nullptr;
-    jobject object = getJavaCallbackClass(env, javaName, signatureOf<Args...>().c_str(), methodId);
+    jobject object = getJavaCallbackClass(env, target, javaName, signatureOf<Args...>().c_str(), methodId);
     if (object != nullptr) {
         env->CallVoidMethod(object, methodId, JavaType<Args>::from(env, args)...);
         afterCall();
@@ -54,14 +62,16 @@ void AidlClient::callJava(const char* name, const Args&... args) {
 
 template <typename... Args>
 void AidlClient::callJavaAs(const char* name, const char* javaName, const Args&... args) {
+    const jclass target = beginCallOut();
     JNIEnv* env = nullptr;
     if (!isThreadAttached(&env)) return;
     __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "%s start", name);
     callAttached(
-        env, javaName, [] {}, args...);
+        env, target, javaName, [] {}, args...);
 }
 
 bool AidlClient::tellAvailability(bool available) {
+    const jclass target = beginCallOut();
     JNIEnv* env = nullptr;
     if (!isThreadAttached(&env)) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag, "attach thread FAILED");
@@ -69,7 +79,7 @@ bool AidlClient::tellAvailability(bool available) {
     }
     // The same text when the service goes as when it comes.
     const auto confirm = [] { __android_log_print(ANDROID_LOG_INFO, kLogTag, "initialize callback success"); };
-    callAttached(env, "onIServiceBinderAvailable", confirm, available);
+    callAttached(env, target, "onIServiceBinderAvailable", confirm, available);
     return true;
 }
 

@@ -51,7 +51,7 @@ bool AidlClient::registerNativeMethods(JNIEnv* env, const char* className, const
 }
 
 // No guard against a second call: each starts another dispatch thread on the same queue.
-void AidlClient::initialize(JNIEnv*, jobject) { startThread(&AidlClient::jniMainThread, gAidlClient.get()); }
+void AidlClient::initialize(JNIEnv*, jobject) { startThread(&AidlClient::jniMainThread, latest()); }
 
 }  // namespace orvix
 

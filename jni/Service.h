@@ -11,7 +11,7 @@ namespace orvix {
 // Calls send with a reference to the service that is its own for the length of the call, or logs that there is none.
 template <typename Send>
 void withService(const char* method, const Send& send) {
-    const auto bound = gAidlClient->getOrvixService();
+    const auto bound = AidlClient::latest().getOrvixService();
     if (!bound) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag, "%s: OrvixService is not ready", method);
         return;

@@ -139,19 +139,6 @@ TEST(EventSemaphore, BinaryCollapsesAndCountingCounts) {
     EXPECT_EQ(acquires(new EventSemaphore(0), 3), 3);
 }
 
-TEST(EventSemaphore, WhoComesAfterItsEndDoesNoHarm) {
-    auto* const semaphore = new EventSemaphore;  // its storage stays
-    semaphore->~EventSemaphore();
-    semaphore->release();
-    auto* const returned = new std::atomic<bool>;
-    std::thread([=] {
-        semaphore->acquire();
-        *returned = true;
-    }).detach();
-    std::this_thread::sleep_for(50ms);
-    EXPECT_FALSE(*returned);
-}
-
 int serve(int first) {
     registerService([=](transaction_code_t code, const AParcel* in, AParcel*) -> binder_status_t {
         if (code != codeOf<&IOrvixService::registerRequest>()) return STATUS_OK;

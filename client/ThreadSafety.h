@@ -10,6 +10,7 @@
 #define ORVIX_THREAD_SAFETY(attribute)
 #endif
 #define ORVIX_GUARDED_BY(lock) ORVIX_THREAD_SAFETY(guarded_by(lock))
+#define ORVIX_REQUIRES(lock) ORVIX_THREAD_SAFETY(requires_capability(lock))
 
 namespace orvix {
 
