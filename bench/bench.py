@@ -7,15 +7,16 @@ counts.
 
 import argparse
 import json
-import os
 import re
-import shutil
 import statistics
 import subprocess
 import sys
 import tempfile
 import time
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "sim/live"))
+from stage import Stage, Unmet  # noqa: E402
 
 RUNS = 200  # of each operation while instructions are counted; as in bench.cpp
 LATENCIES = 1500
@@ -24,34 +25,6 @@ COLD = """no instruction more an event, as the first row says. The memory of a m
 one thread waits for it the others wait for the lock: the floor, a plain std::deque under one lock, grows as much. The
 queue's type and its one lock are promised."""
 LIVES = 30
-WAIT = 30  # seconds for any answer
-
-
-class Half:
-    """A process that answers commands by lines."""
-
-    def __init__(self, command, environment, **more):
-        self.process = subprocess.Popen(command, env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        text=True, bufsize=1, **more)
-
-    def say(self, line):
-        self.process.stdin.write(line + "\n")
-        self.process.stdin.flush()
-
-    def hear(self, name):
-        """The numbers of the next line with this name. A process that ends instead is an error."""
-        for line in self.process.stdout:
-            if line.rstrip("\n") == name or line.startswith(name + " "):
-                return [int(word) for word in line[len(name):].split()]
-        raise SystemExit(f"bench: no answer '{name}': the process ended with {self.process.wait()}")
-
-    def ask(self, command, name=None):
-        self.say(command)
-        return self.hear(name or command.split()[0])
-
-    def end(self):
-        self.process.kill()
-        self.process.wait()
 
 
 def percentile(values, share):
@@ -152,15 +125,17 @@ def micro(build, report, seconds):
                    growth["floor"], own_target=1.1, reason=COLD if growth["library"] <= 1.1 * growth["floor"] else None)
 
 
-def live(build, report, folder):
-    environment = dict(os.environ, ORVIX_BINDER_DIR=folder)
-    jars = [build / "java" / jar for jar in ("orvix-bench.jar", "orvix-app.jar", "android-stub.jar")]
-    java = Half(["java", "-XX:+UseSerialGC", f"-Djava.library.path={build / 'lib'}", "-cp",
-                 ":".join(map(str, [*jars, "/usr/share/java/gson.jar"])), "vendor.nuvel.data.orvixadmin.Bench"],
-                environment, stderr=subprocess.DEVNULL)
-    program = build / "bin/orvix-bench-service"
-    service = None
-    try:
+def arrivals(half):
+    """What each of those that were just sent took to this half."""
+    values = []
+    half.stage.wait(f"{LATENCIES} have arrived", lambda: values.extend(half.ask("arrivals")) or len(values) >= LATENCIES)
+    return values
+
+
+def live(build, report):
+    with Stage(build) as stage:
+        # An application is otherwise started for a quick start; here it is what the compiler makes of it that counts.
+        java = stage.start_app(main="Bench", options="-XX:TieredStopAtLevel=4", stderr=subprocess.DEVNULL)
         loads = java.ask("loads")
         report.add("real VM", "JNI_OnLoad, median", "us", statistics.median(loads) / 1000)
         times = java.ask("callOuts")
@@ -169,14 +144,11 @@ def live(build, report, folder):
         report.add("real VM", "call-out, from queued to returned", "ns", library, floor)
         report.add("real VM", "call-out: floor with the log lines", "ns", library, logged, 1.05)
 
-        def start():
-            half = Half([program], environment)
-            [registered] = half.hear("registered")
-            return half, registered
-
-        service, _ = start()
-        java.ask("initialize", "available true")
-        time.sleep(0.2)  # until the callback is registered
+        program = build / "bin/orvix-bench-service"
+        service = stage.start_service(command=[program])
+        service.hear("registered")
+        java.ask("initialize", "available")
+        service.hear("callback")
         times = java.ask("sends")
         report.add("real VM", "native sendFGNetworkInfo, to accepted", "ns", statistics.median(times[::2]),
                    statistics.median(times[1::2]))
@@ -187,40 +159,37 @@ def live(build, report, folder):
             burning = [subprocess.Popen([program, "--burn", "20"]) for _ in range(burners)]
             try:
                 service.ask(f"requests {LATENCIES}")
-                time.sleep(0.3)
-                ways = {"service's request to Java's method": java.ask("arrivals")}
+                ways = {"service's request to Java's method": arrivals(java)}
                 java.ask(f"calls {LATENCIES}")
-                time.sleep(0.3)
-                ways["Java's call to the service's method"] = service.ask("arrivals")
+                ways["Java's call to the service's method"] = arrivals(service)
             finally:
                 for process in burning:
                     process.kill()
                     process.wait()
             for way, values in ways.items():
-                if len(values) != LATENCIES:
-                    raise SystemExit(f"bench: {way}: {len(values)} of {LATENCIES} arrived")
                 for share in (50, 99):
                     report.add("from entry to entry", f"{way}, {state}, p{share}", "us",
                                percentile(values, share / 100) / 1000)
 
         ways = {"kill to Java's false": [], "restart to Java's true": [], "of that since registration": []}
         for _ in range(LIVES):
+            stage.lines.clear()
             killed = time.monotonic_ns()
-            service.end()
-            ways["kill to Java's false"].append(java.hear("available false")[0] - killed)
+            service.kill()
+            service.wait_exit()
+            _, down = java.hear("available")
+            stage.lines.clear()
             restarted = time.monotonic_ns()
-            service, registered = start()
-            [told] = java.hear("available true")
-            ways["restart to Java's true"].append(told - restarted)
-            ways["of that since registration"].append(told - registered)
-            time.sleep(0.02)
+            service = stage.start_service(command=[program])
+            registered, = service.hear("registered")
+            _, up = java.hear("available")
+            ways["kill to Java's false"].append(down - killed)
+            ways["restart to Java's true"].append(up - restarted)
+            ways["of that since registration"].append(up - registered)
+            service.hear("callback")
         for way, values in ways.items():
             for share in (50, 99):
                 report.add("death and return", f"{way}, p{share}", "us", percentile(values, share / 100) / 1000)
-    finally:
-        java.end()
-        if service:
-            service.end()
 
 
 def size(build, report):
@@ -240,15 +209,14 @@ def main():
         parser.error("--seconds: a positive number, such as 0.3")
     build = arguments.build.resolve()
     report = Report()
-    folder = tempfile.mkdtemp(prefix="orvix-bench-")
+    instructions(build, report)
+    allocations(build, report)
+    micro(build, report, arguments.seconds)
     try:
-        instructions(build, report)
-        allocations(build, report)
-        micro(build, report, arguments.seconds)
-        live(build, report, folder)
-        size(build, report)
-    finally:
-        shutil.rmtree(folder, ignore_errors=True)
+        live(build, report)
+    except Unmet as unmet:
+        raise SystemExit(f"bench: {unmet}") from unmet
+    size(build, report)
     missed = len(report.missed())
     if arguments.json:
         print(json.dumps({"rows": report.rows, "missed": missed}, indent=1))

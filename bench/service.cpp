@@ -1,5 +1,5 @@
-// orvix-bench-service: the service's half of the benchmarks. Says "registered TIME" when it can be found. Commands on
-// standard input:
+// orvix-bench-service: the service's half of the benchmarks. Says "registered TIME" when it can be found, "callback"
+// when it has one. Commands on standard input:
 //   requests N    asks N times for startUidStatsPolling(now), one a millisecond; then "requests"
 //   arrivals      "arrivals nanoseconds …": what its sendFGNetworkInfo(_, now, _) calls took since the last time
 // orvix-bench-service --burn SECONDS: keeps one processor busy so long.
@@ -31,6 +31,7 @@ class Service : public IOrvixServiceDefault {
     ScopedAStatus registerRequest(const std::shared_ptr<IRequest>& given) override {
         const std::lock_guard lock(mutex);
         request = given;
+        std::cout << "callback" << std::endl;
         return ScopedAStatus::ok();
     }
     ScopedAStatus sendFGNetworkInfo(RatType, TechType, int64_t value) override {

@@ -19,5 +19,4 @@ if(CMAKE_CROSSCOMPILING)
     add_test(NAME device_android
              COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/device_android_test.py
                      ${CMAKE_BINARY_DIR}/android-proof)
-    set_tests_properties(device_android PROPERTIES TIMEOUT 300)
 endif()

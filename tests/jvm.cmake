@@ -18,14 +18,13 @@ add_jar(orvix-jvm-tests
     INCLUDE_JARS orvix-app
     OUTPUT_DIR ${CMAKE_BINARY_DIR}/java)
 
-function(orvix_live_test name timeout)
+function(orvix_live_test name)
     add_test(NAME ${name}
              COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/${name}.py --build ${CMAKE_BINARY_DIR} ${ARGN})
-    set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout})
 endfunction()
-orvix_live_test(jvm_transcript_test 60)
-orvix_live_test(jvm_exit_test 120)
-orvix_live_test(live_test 120)
+orvix_live_test(jvm_transcript_test)
+orvix_live_test(jvm_exit_test)
+orvix_live_test(live_test)
 
 # A plain main program in the application's package: exit 0 when every check held.
 set(CMAKE_JAVA_COMPILE_FLAGS -Xlint:all,-serial -Werror --release 17)
@@ -39,4 +38,4 @@ add_test(NAME java.ParcelGolden
     COMMAND ${Java_JAVA_EXECUTABLE} -Xcheck:jni -Djava.library.path=$<TARGET_FILE_DIR:android_runtime>
         -cp ${jars}/orvix-java-tests.jar:${jars}/orvix-app.jar:${jars}/android-stub.jar:${GSON_JAR}
         vendor.nuvel.data.orvixadmin.ParcelGolden ${CMAKE_SOURCE_DIR}/tests/data)
-set_tests_properties(java.ParcelGolden PROPERTIES TIMEOUT 60 FAIL_REGULAR_EXPRESSION "WARNING in native;FATAL ERROR")
+set_tests_properties(java.ParcelGolden PROPERTIES FAIL_REGULAR_EXPRESSION "WARNING in native;FATAL ERROR")

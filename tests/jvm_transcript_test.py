@@ -94,7 +94,7 @@ class Play:
         calls = self.stage.calls
         try:
             self.stage.wait(title, lambda: len(self.transcript()) >= len(wanted)
-                            and len(calls(self.begin)) >= len(wanted_calls), 30)
+                            and len(calls(self.begin)) >= len(wanted_calls))
         except Unmet:
             pass  # the comparison says more
         self.equal(title, wanted, self.transcript())
@@ -117,7 +117,7 @@ class Play:
             transcript, write_end = os.pipe()
             stage.listen(transcript, "transcript")
             recorder = build / "lib/libjvm_recorder.so"
-            app = stage.start_app(pass_fds=[write_end], JAVA_OPTIONS=f"-agentpath:{recorder}=/proc/self/fd/{write_end}")
+            app = stage.start_app(options=f"-agentpath:{recorder}=/proc/self/fd/{write_end}", pass_fds=[write_end])
             os.close(write_end)
             self.compare("load", load["good"], lambda: None)
             self.natives(app, unbound=True)
@@ -134,8 +134,8 @@ class Play:
                 nonlocal service
                 service.kill()
                 down = ["vm DetachCurrentThread"]
-                stage.wait("down", lambda: self.transcript()[-1:] == down, 30)
-                service.process.wait()
+                stage.wait("down", lambda: self.transcript()[-1:] == down)
+                service.wait_exit()
                 service = stage.start_service()
 
             self.compare("death and return", availability["down, bound again, up"], restart)

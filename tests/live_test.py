@@ -25,10 +25,12 @@ BAD = {  # typed: in the answer
         f'argument stats (NetworkStatsParams[]): member [0].uid {AN_INT} "x"; example: sendNetworkStatsForAllUids 1',
     "sendNetworkInfo 1 {": "argument info (NetworkInfo): not well-formed JSON near $",
 }
+# Where what is waited for does not come.
+HASTY = {"ORVIX_PATIENCE": str(0.1 * float(os.environ.get("ORVIX_PATIENCE", 1)))}
 RUNS = [  # command, environment, input, exit code, in the last lines of the output
     ("live/demo.py", {}, "", 0, ["15/15", "23/23", "22/22", "1 and 1"]),
-    ("live/demo.py", {"ORVIX_FAULTS": "tagSocket=-1"}, "", 1, ["FAILED: everything came in time: socket 100"]),
-    ("live/demo.py", {"ORVIX_FAULTS": "linkToDeath=-32"}, "", 1, ["FAILED: Java is told false"]),
+    ("live/demo.py", {"ORVIX_FAULTS": "tagSocket=-1"} | HASTY, "", 1, ["FAILED: everything came: socket 100"]),
+    ("live/demo.py", {"ORVIX_FAULTS": "linkToDeath=-32"} | HASTY, "", 1, ["FAILED: everything came: Java is told false"]),
     ("app/run", {}, "\n".join(BAD), 2, BAD.values()),
     ("app/run", {}, "# a comment\n\nquit\nsendScreenState\n", 0, []),
     ("app/run --jsom", {}, "", 2, ["unknown option --jsom; usage: OrvixApp [--json]"]),
@@ -44,7 +46,7 @@ def run(build, command, environment, text):
     with tempfile.TemporaryDirectory() as folder:
         settings = os.environ | {"ORVIX_BUILD": str(build), "TMPDIR": folder, "ORVIX_BINDER_DIR": folder} | environment
         done = subprocess.run([SIM / program, *options], input=text, env=settings, stdout=subprocess.PIPE,
-                              stderr=subprocess.STDOUT, text=True, timeout=60)
+                              stderr=subprocess.STDOUT, text=True, check=False)
         return done.returncode, "\n".join(done.stdout.splitlines()[-20:]), os.listdir(folder)
 
 

@@ -2,7 +2,6 @@
 function(orvix_soak_test name)
     add_test(NAME ${name}
              COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/sim/live/soak.py --build ${CMAKE_BINARY_DIR} ${ARGN})
-    set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
 endfunction()
 if(CMAKE_CROSSCOMPILING)
     return()

@@ -31,7 +31,7 @@ WRONG = [  # what is typed, and the line that answers
 def started(stage, command, *options):
     service = stage.start_service(*options, command=command)
     begin = len(stage.lines)
-    stage.wait("the service is registered", lambda: len(stage.lines) > begin, 20)
+    stage.wait("the service is registered", lambda: len(stage.lines) > begin)
     return service
 
 
@@ -66,21 +66,21 @@ def main(build, *command):
             expect(example, answer(stage, service, example), example.split()[0] + ": no callback is registered yet")
 
         second = stage.start_service(command=command)
-        expect("a second one's exit code", stage.wait_exit(second, 10)[0], "1")
+        expect("a second one's exit code", second.wait_exit()[0], "1")
         expect("a second one", stage.lines[-1].text, ".*: cannot register .*: another process that lives serves it")
         service.say("quit")
-        expect("exit code after quit", stage.wait_exit(service, 10)[0], "0")
+        expect("exit code after quit", service.wait_exit()[0], "0")
 
         for number in (signal.SIGTERM, signal.SIGINT):
             service = started(stage, command)
-            service.end_of_input()  # which does not end it
+            service.process.stdin.close()  # which does not end it
             stage.run(0.1)
             expect("after the end of input", service.process.poll(), "None")
             service.process.send_signal(number)
-            expect(f"exit code after {number.name}", stage.wait_exit(service, 10)[0], "0")
-        expect("exit code of a wrong option", stage.wait_exit(stage.start_service("--jsn", command=command), 10)[0], "2")
+            expect(f"exit code after {number.name}", service.wait_exit()[0], "0")
+        expect("exit code of a wrong option", stage.start_service("--jsn", command=command).wait_exit()[0], "2")
         os.chmod(stage.folder, 0o755)
-        expect("exit code in an open folder", stage.wait_exit(stage.start_service(command=command), 10)[0], "1")
+        expect("exit code in an open folder", stage.start_service(command=command).wait_exit()[0], "1")
     for failure in failures:
         print(failure)
     return 1 if failures else 0

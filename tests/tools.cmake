@@ -2,12 +2,10 @@
 add_test(NAME parcel_tool
          COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/parcel_tool_test.py ${CMAKE_CURRENT_SOURCE_DIR}/data
                  ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:orvix-parcel>)
-set_tests_properties(parcel_tool PROPERTIES TIMEOUT 300)
 
 add_test(NAME service_tool
          COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/service_tool_test.py ${CMAKE_BINARY_DIR}
                  ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:orvix-service>)
-set_tests_properties(service_tool PROPERTIES TIMEOUT 120 ENVIRONMENT PYTHONDONTWRITEBYTECODE=1)
 
 add_test(NAME aidl_files
          COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/aidl_files_test.py ${CMAKE_SOURCE_DIR}/aidl

@@ -118,7 +118,7 @@ class Demo:
                 self.kill_under_traffic()
                 self.end()
             except Unmet as unmet:
-                self.check("everything came in time", False, str(unmet))
+                self.check("everything came", False, str(unmet))
         return self.close()
 
     def title(self, text):
@@ -132,13 +132,14 @@ class Demo:
         stage = self.stage
         self.service = stage.start_service()
         stage.wait("the service is registered", lambda: stage.find(event="ready"))
-        self.app = stage.start_app(JAVA_OPTIONS="-Xcheck:jni")
+        self.app = stage.start_app(options="-Xcheck:jni")
         stage.wait("Java is told that the service is there", lambda: self.availability(0))
         stage.wait("the service gets the library's callback", lambda: self.registrations(0))
         if self.check("after initialize Java is told true", self.availability(0) == [[True]]):
             self.checks.natives.add("initialize")
             self.checks.java_methods.add("onIServiceBinderAvailable")
         self.check("after that the service gets one callback", self.registrations(0) == 1)
+        self.start_took = time.monotonic() - self.app.started
 
     def from_java(self):
         self.title("the application tells the service about this machine")
@@ -247,7 +248,7 @@ class Demo:
                 self.ask("getSocketFd", [request, 10123, 1 + number, code, code])
                 got = stage.wait(f"socket {request} is at the service and tried",
                                  lambda: next((line.value["socket"] for line in stage.lines[begin:]
-                                               if "socket" in line.value), None), 5)
+                                               if "socket" in line.value), None))
                 wanted = {"id": request, "family": family, "type": kind, "protocol": "udp" if code == 2 else "tcp",
                           "usable": True}
                 self.sockets.append(self.check(f"the socket {family} {kind} exchanges a packet on loopback",
@@ -262,50 +263,46 @@ class Demo:
         noise = ("handleEvent", "isThreadAttached", "jni ", "getJavaCallbackClass", "new aidl event", *carried)
         printer.quiet = lambda line: any(name in line.text for name in noise)
         begin = len(stage.lines)
-        natives = requests = 0
+        natives = requests = due = 0
 
-        def traffic(seconds, both, until=lambda: False):
-            nonlocal natives, requests
-            end = time.monotonic() + seconds
-            while not until():
-                if time.monotonic() >= end:
-                    return
+        def traffic(what, until, both=True):
+            def typed():
+                nonlocal natives, requests, due
+                if (came := until()) or time.monotonic() < due:
+                    return came
+                due = time.monotonic() + 0.002
                 natives += 1
                 self.app.say(f"sendFGNetworkInfo {UNKNOWN} {natives} {natives}")
                 if both:
                     requests += 1
                     self.service.say(f"startUidStatsPolling {requests}")
-                stage.run(0.002)
+                return None
 
-        traffic(0.3, both=True)
-        stage.wait("a request is at Java", lambda: any(name == carried[1] for name, _ in stage.call_outs(begin)))
+            return stage.wait(what, typed, 0.002)
+
+        traffic("a hundred requests are at Java", lambda: len(stage.call_outs(begin)) >= 100)
         killed = time.monotonic()
         self.service.kill()
         printer.say("SIGKILL")
         typed_before = requests
-        traffic(5, both=False, until=lambda: self.availability(begin))
-        down = self.told(begin, False)
-        self.check("Java is told false", down)
+        down = traffic("Java is told false", lambda: self.told(begin, False), both=False)
         died = len(stage.lines)
 
         printer.say("restart")
-        self.service.process.wait()
+        self.service.wait_exit()
         self.service = stage.start_service()
-        traffic(5, both=False, until=lambda: self.registrations(died))
-        up, registered = self.told(died, True), stage.find(died, call="registerRequest")
-        self.check("Java is told true", up)
-        self.check("the restarted service gets a callback", registered)
-        if not (down and up and registered):
-            raise Unmet("the service's death and return")
+        registered = traffic("the restarted service gets a callback",
+                             lambda: stage.find(died, call="registerRequest"), both=False)
+        up = stage.wait("Java is told true", lambda: self.told(died, True))
         # What Java sends from here on arrives: the client is bound.
         bound_from = natives + 1
         first_after = requests + 1
         after = len(stage.lines)
-        traffic(0.2, both=True)
+        traffic("a hundred requests are at Java again", lambda: len(stage.call_outs(after)) >= 100)
         stage.wait("the last request is at Java",
-                   lambda: ("startUidStatsPolling", [requests]) in stage.call_outs(after), 5)
+                   lambda: ("startUidStatsPolling", [requests]) in stage.call_outs(after))
         stage.wait("the last report is at the service",
-                   lambda: any(args[2] == natives for name, args in stage.calls(after) if name == carried[0]), 5)
+                   lambda: any(args[2] == natives for name, args in stage.calls(after) if name == carried[0]))
         printer.quiet = lambda line: False
         printer.say(f"{natives} reports and {requests} requests typed; {printer.hidden} lines about them not shown")
 
@@ -334,12 +331,13 @@ class Demo:
         self.title("the end: both are asked to go")
         stage = self.stage
         self.app.end_of_input()
-        code, took = stage.wait_exit(self.app, 5)
-        self.check("after the end of input the JVM ends at once with exit code 0", code == 0 and took < 2,
-                   f"exit code {code} after {took:.3f} s")
+        code, took = self.app.wait_exit()
+        # Or, where the machine is slow, sooner than it started.
+        self.check("after the end of input the JVM ends at once with exit code 0",
+                   code == 0 and took < max(2, self.start_took), f"exit code {code} after {took:.3f} s")
         self.times["end of input to the JVM's end"] = took
         self.service.say("quit")
-        code, _ = stage.wait_exit(self.service, 5)
+        code, _ = self.service.wait_exit()
         self.check("the service ends with exit code 0", code == 0, f"exit code {code}")
         complaints = [line.text for line in stage.lines if "WARNING in native" in line.text or "FATAL" in line.text]
         self.check("the JVM's own check of JNI has no complaint", not complaints, "; ".join(complaints[:3]))

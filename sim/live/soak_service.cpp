@@ -1,17 +1,21 @@
-// The service's half of the endurance run, to be killed at any time: what it has seen and done stands in a mapped file
-// that survives it.
+// The service's half of the endurance run, to be killed at any time: what it has printed survives it.
 //
-//   soak_service LIFE FILE THREADS SEED    FILE: zeros, with room for Log
+//   soak_service LIFE THREADS SEED [MICROSECONDS]
+//
+// Prints "up" when it can be found and "registered" for each callback, the first of which THREADS threads then ask;
+// "accepted THREAD SEQUENCE" for each of their requests that the platform has accepted; and what arrives of the
+// application: "call THREAD SEQUENCE", "socket NUMBER", or "bad" when the content is not what was sent. Kills itself so
+// many microseconds after it can be found, if they are given.
 
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -23,31 +27,12 @@ namespace {
 
 using namespace aidl::vendor::nuvel::data::orvixservice;
 
-constexpr size_t kThreads = 8;
-constexpr size_t kEntries = 100'000;
+int64_t gLife;
+int gThreads;
+int gSeed;
+std::atomic<bool> gAsked;
 
-// As soak.py reads it. One-way calls come one at a time, so entries has one writer.
-struct Log {
-    std::atomic<uint64_t> count;
-    std::atomic<uint64_t> attempted[kThreads];  // requests of each thread, before each call
-    std::atomic<uint64_t> accepted[kThreads];   // and after each that the platform has accepted
-    uint64_t entries[kEntries];
-};
-
-enum Kind : uint64_t { kRegistered = 0xe0, kSocket = 0xf0, kBad = 0xff };  // below: the application's thread
-
-Log* gLog;
-uint64_t gLife;
-size_t gThreads;
-unsigned gSeed;
-
-void note(uint64_t kind, uint64_t number) {
-    const uint64_t at = gLog->count;
-    if (at < kEntries) gLog->entries[at] = kind << 56 | (number & 0xff'ffff'ffff'ffff);
-    gLog->count = at + 1;
-}
-
-// Three kinds of requests, each with its number in it; the fourth asks for a socket.
+// Three kinds of requests, each with its number in it.
 binder_status_t ask(IRequest& request, int64_t number) {
     const auto low = static_cast<int32_t>(number);
     switch (low % 8) {
@@ -61,16 +46,12 @@ binder_status_t ask(IRequest& request, int64_t number) {
     }
 }
 
-void sendRequests(const std::shared_ptr<IRequest>& request, size_t thread) {
-    std::mt19937 random(gSeed + static_cast<unsigned>(thread));
-    for (uint64_t sequence = 1;; ++sequence) {
-        gLog->attempted[thread] = sequence;
-        const uint64_t number = gLife << 40 | uint64_t{thread} << 32 | sequence;
-        if (ask(*request, static_cast<int64_t>(number)) != STATUS_OK) return;
-        gLog->accepted[thread] = sequence;
-        if (thread == 0 && sequence % 16 == 0) {
-            request->getSocketFd({.socketId = static_cast<int32_t>(sequence), .uid = -1, .socketType = 2});
-        }
+void sendRequests(const std::shared_ptr<IRequest>& request, int thread) {
+    std::mt19937 random(static_cast<unsigned>(gSeed + thread));
+    for (int sequence = 1;; ++sequence) {
+        if (ask(*request, gLife << 40 | int64_t{thread} << 32 | sequence) != STATUS_OK) return;
+        std::printf("accepted %d %d\n", thread, sequence);
+        if (thread == 0 && sequence % 16 == 0) request->getSocketFd({.socketId = sequence, .uid = -1, .socketType = 2});
         std::this_thread::sleep_for(std::chrono::microseconds(500 + random() % 1000));
     }
 }
@@ -78,8 +59,9 @@ void sendRequests(const std::shared_ptr<IRequest>& request, size_t thread) {
 class Service : public IOrvixServiceDefault {
   public:
     ScopedAStatus registerRequest(const std::shared_ptr<IRequest>& request) override {
-        note(kRegistered, 0);
-        for (size_t thread = 0; thread < gThreads; ++thread) std::thread(sendRequests, request, thread).detach();
+        std::puts("registered");
+        if (gAsked.exchange(true)) return ScopedAStatus::ok();
+        for (int thread = 0; thread < gThreads; ++thread) std::thread(sendRequests, request, thread).detach();
         return ScopedAStatus::ok();
     }
     ScopedAStatus sendFGNetworkInfo(RatType thread, TechType check, int64_t sequence) override {
@@ -95,14 +77,19 @@ class Service : public IOrvixServiceDefault {
     }
     ScopedAStatus sendSocketFd(int32_t socketId, const ndk::ScopedFileDescriptor& fd) override {
         struct stat info {};
-        const bool isSocket = fstat(fd.get(), &info) == 0 && S_ISSOCK(info.st_mode);
-        note(isSocket ? kSocket : kBad, static_cast<uint64_t>(socketId));
+        if (fstat(fd.get(), &info) == 0 && S_ISSOCK(info.st_mode))
+            std::printf("socket %d\n", socketId);
+        else
+            std::puts("bad");
         return ScopedAStatus::ok();
     }
 
   private:
     static ScopedAStatus seen(RatType thread, int64_t sequence, bool good) {
-        note(good ? static_cast<uint64_t>(thread) : kBad, static_cast<uint64_t>(sequence));
+        if (good)
+            std::printf("call %d %lld\n", static_cast<int>(thread), static_cast<long long>(sequence));
+        else
+            std::puts("bad");
         return ScopedAStatus::ok();
     }
 };
@@ -110,14 +97,11 @@ class Service : public IOrvixServiceDefault {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 5) return 2;
-    gLife = std::strtoull(argv[1], nullptr, 10);
-    gThreads = std::strtoull(argv[3], nullptr, 10);
-    gSeed = static_cast<unsigned>(std::strtoul(argv[4], nullptr, 10));
-    const int file = open(argv[2], O_RDWR | O_CLOEXEC);
-    void* const mapped = mmap(nullptr, sizeof(Log), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    if (file < 0 || mapped == MAP_FAILED || gThreads > kThreads) return 2;
-    gLog = static_cast<Log*>(mapped);
+    if (argc < 4) return 2;
+    gLife = std::atoll(argv[1]);
+    gThreads = std::atoi(argv[2]);
+    gSeed = std::atoi(argv[3]);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
 
     const auto service = ndk::SharedRefBase::make<Service>();
     const ndk::SpAIBinder binder(
@@ -126,5 +110,10 @@ int main(int argc, char** argv) {
     ABinderProcess_startThreadPool();
     const std::string name = std::string(IOrvixService::descriptor) + "/default";
     if (AServiceManager_addService(binder.get(), name.c_str()) != EX_NONE) return 1;
+    std::puts("up");
+    if (argc > 4) {
+        std::this_thread::sleep_for(std::chrono::microseconds(std::atoi(argv[4])));
+        std::raise(SIGKILL);
+    }
     for (;;) pause();
 }

@@ -1,6 +1,9 @@
-"""Both halves, live: the simulated service and the sample application, two processes in a private folder.
+"""Runs processes that talk by lines against each other, in a private folder: a service and an application, or what
+stands in for either in the endurance run and the benchmarks.
 
-One thread reads what both print, in the order of arrival. Every wait is bounded.
+One thread reads what all of them print, in the order of arrival. A wait ends when what it waits for has come, or when a
+process has ended that nobody told to. Beyond that there is a limit against what hangs. It is no measure of speed, so it
+is generous; ORVIX_PATIENCE multiplies it.
 """
 
 import dataclasses
@@ -9,18 +12,18 @@ import os
 import re
 import selectors
 import shutil
-import signal
 import subprocess
 import tempfile
 import time
 from pathlib import Path
 
 SIM = Path(__file__).resolve().parent.parent
+LIMIT = 60 * float(os.environ.get("ORVIX_PATIENCE", 1))  # seconds
 LOG_LINE = re.compile(r"\d\d-\d\d [\d:.]{12} +\d+ +\d+ (?P<priority>\w) (?P<tag>\S+) *: (?P<message>.*)")
 
 
 class Unmet(Exception):
-    """What was waited for did not come in time, or a half ended or stopped listening."""
+    """What was waited for did not come, or a process has ended."""
 
 
 @dataclasses.dataclass
@@ -32,47 +35,76 @@ class Line:
 
 
 class Half:
-    """One process: its input, and whether it lives."""
+    """One process on a stage."""
 
-    def __init__(self, name, command, environment, pass_fds=()):
+    def __init__(self, stage, name, command, **more):
+        self.stage = stage
         self.name = name  # the source of its lines
         self.role = "application" if name == "java" else name
         self.started = time.monotonic()
         # One pipe for both of its outputs keeps their order.
-        self.process = subprocess.Popen(command, env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        stderr=subprocess.STDOUT, pass_fds=pass_fds)
+        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        **{"stderr": subprocess.STDOUT} | more)
         os.set_blocking(self.process.stdin.fileno(), False)
-
-    @property
-    def pid(self):
-        return self.process.pid
+        self.ended = False  # all that it had printed has been read
+        self.may_end = False
+        stage.listen(self.process.stdout.fileno(), name, self)
 
     def say(self, line):
-        """Types a line. Unmet when the process is gone or has not read for long."""
+        """Types a line."""
         data = line.encode() + b"\n"
-        try:
-            written = os.write(self.process.stdin.fileno(), data)
-        except (BlockingIOError, BrokenPipeError) as error:
-            raise Unmet(f"the {self.role} takes no input: {error.strerror}") from error
-        if written != len(data):
-            raise Unmet(f"the {self.role} takes no input: the pipe is full")
+
+        def typed():
+            nonlocal data
+            try:
+                data = data[os.write(self.process.stdin.fileno(), data):]
+            except BlockingIOError:
+                pass
+            except BrokenPipeError as error:
+                raise Unmet(f"the {self.role} takes no input any more") from error
+            return not data
+
+        self.stage.wait(f"the {self.role} reads its input", typed)
+
+    def hear(self, name, since=0):
+        """The numbers of the first line with this name, of those from the line of this number on."""
+        def heard():
+            return next((line for line in self.stage.lines[since:]
+                         if line.source == self.name and line.text.partition(" ")[0] == name), None)
+
+        return [int(word) for word in self.stage.wait(f"the {self.role} says '{name}'", heard).text.split()[1:]]
+
+    def ask(self, command, name=None):
+        """The numbers of the answer, which has the name of the command unless another is given."""
+        since = len(self.stage.lines)
+        self.say(command)
+        return self.hear(name or command.split()[0], since)
 
     def end_of_input(self):
+        self.may_end = True
         self.process.stdin.close()
 
     def kill(self):
-        self.process.send_signal(signal.SIGKILL)
+        self.may_end = True
+        self.process.kill()
+
+    def wait_exit(self):
+        """The exit code, and the seconds that it took from now. All that was printed has been read then."""
+        self.may_end = True
+        begin = time.monotonic()
+        self.stage.wait(f"the {self.role} ends", lambda: self.ended and self.process.poll() is not None, 0.002)
+        return self.process.returncode, time.monotonic() - begin
 
 
 class Stage:
-    """The private folder, the halves in it and every line they print. A context manager: nothing is left behind."""
+    """The private folder, the processes in it and every line they print. A context manager: nothing is left behind."""
 
-    def __init__(self, build, show=lambda line: None):
+    def __init__(self, build, show=lambda line: None, **environment):
         self.build = Path(build).resolve()
         self.show = show
         self.lines = []
         self.folder = tempfile.mkdtemp(prefix="orvix-")
-        self.environment = dict(os.environ, ORVIX_BINDER_DIR=self.folder, ORVIX_BUILD=str(self.build))
+        self.environment = os.environ | {"ORVIX_BINDER_DIR": self.folder, "ORVIX_BUILD": str(self.build)} | environment
         self._selector = selectors.DefaultSelector()
         self._halves = []
 
@@ -81,41 +113,41 @@ class Stage:
 
     def __exit__(self, *_):
         for half in self._halves:
-            if half.process.poll() is None:
-                half.kill()
+            half.process.kill()
             half.process.wait()
         self._selector.close()
         shutil.rmtree(self.folder, ignore_errors=True)
 
     def start_service(self, *arguments, command=None):
-        command = command or [self.build / "bin/orvix-service", "--json"]
-        return self._add(Half("service", [*command, *arguments], self.environment))
+        return self._start("service", [*(command or [self.build / "bin/orvix-service", "--json"]), *arguments])
 
-    def start_app(self, *arguments, pass_fds=(), command=None, **environment):
-        command = command or [SIM / "app/run", "--json"]
-        return self._add(Half("java", [*command, *arguments], self.environment | environment, pass_fds))
+    def start_app(self, *arguments, command=None, main="", options="", **more):
+        """The sample application; or another main class of its package, with its arguments; or a command."""
+        command = command or [SIM / "app/run", *([] if main else ["--json"])]
+        return self._start("java", [*command, *arguments], {"ORVIX_MAIN": main, "JAVA_OPTIONS": options}, **more)
 
-    def _add(self, half):
-        self._halves.append(half)
-        self.listen(half.process.stdout.fileno(), half.name)
-        return half
+    def _start(self, name, command, environment=None, **more):
+        self._halves = [half for half in self._halves if half.process.poll() is None or not half.may_end]
+        self._halves.append(Half(self, name, command, env=self.environment | (environment or {}), **more))
+        return self._halves[-1]
 
-    def listen(self, fd, source):
-        """Reads this descriptor, too, to its end."""
-        self._selector.register(fd, selectors.EVENT_READ, {"source": source, "unread": b""})
+    def listen(self, fd, source, half=None):
+        """Reads this descriptor, too, to its end; which is that of a half's life if it is its output."""
+        self._selector.register(fd, selectors.EVENT_READ, {"source": source, "unread": b"", "half": half})
 
     def pump(self, seconds=0.0):
-        """Takes what is there, waiting at most so long for the first of it. False when nothing came."""
-        ready = self._selector.select(seconds)
-        for key, _ in ready:
+        """Takes what is there, waiting at most so long for the first of it."""
+        for key, _ in self._selector.select(seconds):
             data = os.read(key.fd, 1 << 16)
-            if not data:
+            at_end = not data
+            if at_end:
                 self._selector.unregister(key.fd)
                 data = b"\n" if key.data["unread"] else b""  # what ends without one is a line as well
             *lines, key.data["unread"] = (key.data["unread"] + data).split(b"\n")
             for line in lines:
                 self._take(key.data["source"], line.decode(errors="replace"))
-        return bool(ready)
+            if at_end and key.data["half"]:
+                key.data["half"].ended = True
 
     def _take(self, source, text):
         value = {}
@@ -134,30 +166,21 @@ class Stage:
         while (left := end - time.monotonic()) > 0:
             self.pump(left)
 
-    def wait(self, what, done, timeout=10.0):
-        """Reads until done() is true and gives its value; Unmet, naming what, when that takes too long.
+    def wait(self, what, done, every=0.02):
+        """Reads until done() is true and gives its value; Unmet, naming what, if it cannot come any more.
 
-        done() is asked after whatever arrives and every 20 ms, so it may also type.
+        done() is asked after whatever arrives and every so many seconds, so it may also type.
         """
-        end = time.monotonic() + timeout
+        end = time.monotonic() + LIMIT
         while not (result := done()):
-            left = end - time.monotonic()
-            if left <= 0:
-                raise Unmet(f"{what}: not within {timeout:g} s")
-            self.pump(min(left, 0.02))
+            for half in self._halves:
+                if half.ended and not half.may_end:
+                    half.may_end = True  # which has been told now
+                    raise Unmet(f"{what}: the {half.role} has ended, exit code {half.process.wait()}")
+            if time.monotonic() > end:
+                raise Unmet(f"{what}: not within {LIMIT:g} s (ORVIX_PATIENCE multiplies this)")
+            self.pump(every)
         return result
-
-    def wait_exit(self, half, timeout):
-        """The exit code, and the seconds that it took from now."""
-        begin = time.monotonic()
-        while half.process.poll() is None:
-            if time.monotonic() - begin > timeout:
-                raise Unmet(f"the {half.role} has not ended within {timeout:g} s")
-            self.pump(0.002)
-        took = time.monotonic() - begin
-        while self.pump(0):
-            pass
-        return half.process.returncode, took
 
     # What has arrived, from the line of this number on.
 

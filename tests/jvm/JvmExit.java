@@ -1,7 +1,6 @@
-import java.util.concurrent.CountDownLatch;
+package vendor.nuvel.data.orvixadmin;
 
-import vendor.nuvel.data.orvixadmin.JniHelper;
-import vendor.nuvel.data.orvixadmin.SorvixAidlClient;
+import java.util.concurrent.CountDownLatch;
 
 /**
  * Ends the virtual machine in the way that is its first argument, once the service is there and, if the second says so,

@@ -78,7 +78,7 @@ public final class Bench {
         if (method.equals("startUidStatsPolling")) {
             if (arrived < arrivals.length) arrivals[arrived++] = now - (long) args[0];
         } else if (method.equals("onIServiceBinderAvailable")) {
-            print("available " + args[0], now);
+            print("available", (boolean) args[0] ? 1 : 0, now);
         }
     }
 
