@@ -8,8 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "client/AidlClient.h"
-#include "client/Log.h"
+#include "client/WithService.h"
 
 namespace orvix {
 
@@ -31,31 +30,28 @@ int protocolOf(const SocketInfo& info) {
 
 // The service learns of a failure only by never getting a socket for its request.
 void AidlClient::getSocketFd(const SocketInfo& info) {
-    const auto bound = getOrvixService();
-    if (!bound) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "%s: OrvixService is not ready", "getSocketFd");
-        return;
-    }
-    const int fd = socket(familyOf(info), typeOf(info), protocolOf(info));
-    if (fd < 0) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "failed to create socket, error: %s", strerror(errno));
-        return;
-    }
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "successfully created socket");
-    if (info.uid != -1) {
-        const int result = android_tag_socket_with_uid(fd, kSocketTag, static_cast<uid_t>(info.uid));
-        if (result < 0) {
-            // The socket stays open: nothing untagged may be used or reused in its place.
-            __android_log_print(ANDROID_LOG_ERROR, kLogTag, "failed to tag socket with uid, error: %d", result);
+    withService(*this, "getSocketFd", [&](IOrvixService& bound) {
+        const int fd = socket(familyOf(info), typeOf(info), protocolOf(info));
+        if (fd < 0) {
+            LOGE("failed to create socket, error: %s", strerror(errno));
             return;
         }
-        __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "successfully mapped socket to uid(%d)", info.uid);
-    }
-    const ndk::ScopedFileDescriptor wrapper(fd);
-    bound->sendSocketFd(info.socketId, wrapper);
-    // The second close, by the wrapper, is intended: its failure is the line in the system log by which every hand-over
-    // is seen there.
-    close(fd);
+        LOGD("successfully created socket");
+        if (info.uid != -1) {
+            const int result = android_tag_socket_with_uid(fd, kSocketTag, static_cast<uid_t>(info.uid));
+            if (result < 0) {
+                // The socket stays open: nothing untagged may be used or reused in its place.
+                LOGE("failed to tag socket with uid, error: %d", result);
+                return;
+            }
+            LOGD("successfully mapped socket to uid(%d)", info.uid);
+        }
+        const ndk::ScopedFileDescriptor wrapper(fd);
+        bound.sendSocketFd(info.socketId, wrapper);
+        // Closed here and once more by the wrapper, whose close then fails: libbinder's line about that in the system
+        // log is how an operator counts the sockets handed over.
+        close(fd);
+    });
 }
 
 }  // namespace orvix

@@ -20,12 +20,13 @@
 #include <optional>
 
 #include "aidl/IOrvixService.h"
-#include "callback/OrvixCallback.h"
-#include "client/CallbackEvent.h"
+#include "callback/CallbackEvent.h"
 #include "client/EventSemaphore.h"
 #include "client/ThreadSafety.h"
 
 namespace orvix {
+
+class OrvixCallback;
 
 class AidlClient {
   public:
@@ -52,7 +53,7 @@ class AidlClient {
     // A copy of the proxy, empty while unbound. Any thread. Users keep the copy, never the field.
     std::shared_ptr<IOrvixService> getOrvixService();
     void bindToService();  // body of a binding thread
-    // At the service's death, on a binder thread. Goes to gAidlClient, whichever client linked itself (the cookie).
+    // At the service's death, on a binder thread. Goes to the latest client, whichever linked itself (the cookie).
     static void deathCallback(void* cookie);
 
     // The event queue (client/EventQueue.cpp).
@@ -115,18 +116,9 @@ class AidlClient {
     // Neither is checked here: a missing method is a null methodId, and null comes back when there is no memory.
     static jobject getJavaCallbackClass(JNIEnv* env, jclass target, const char* name, const char* signature,
                                         jmethodID& methodId);
-    // The class of the call-outs, which one call-out keeps to its end. Does not return when the client has ended.
-    jclass beginCallOut();
-    // One call-out: attach, log "<name> start", look javaName up, call, detach.
-    template <typename... Args>
-    void callJavaAs(const char* name, const char* javaName, const Args&... args);
-    template <typename... Args>
-    void callJava(const char* name, const Args&... args);
     // Calls "onIServiceBinderAvailable"; false, with an error logged, when the thread cannot be attached.
     bool tellAvailability(bool available);
-    // The part of a call-out on an attached thread; detaches it. afterCall runs right after the call, if there was one.
-    template <typename After, typename... Args>
-    void callAttached(JNIEnv* env, jclass target, const char* javaName, const After& afterCall, const Args&... args);
+    class CallOut;  // one call into Java, with all that belongs to it
 
     std::optional<CallbackEvent> takeEvent();
     static void startThread(void (AidlClient::*body)(), AidlClient& client);

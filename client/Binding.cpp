@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "callback/OrvixCallback.h"
 #include "client/AidlClient.h"
 #include "client/Log.h"
 
@@ -57,24 +58,24 @@ void AidlClient::bindToService() {
         AIBinder_linkToDeath(service->asBinder().get(), deathRecipient.get(), this);
         break;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "bindToService is successful");
-    pushEv({.type = 0});
+    LOGD("bindToService is successful");
+    pushEv({.type = kServiceUp});
 }
 
-void AidlClient::deathCallback(void*) { latest().pushEv({.type = -1}); }
+void AidlClient::deathCallback(void*) { latest().pushEv({.type = kServiceDown}); }
 
 void AidlClient::handleServiceUp() {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "handleServiceUp start");
+    LOGD("handleServiceUp start");
     if (!tellAvailability(true)) return;
-    const auto current = getOrvixService();
-    if (!current) return;
+    const auto bound = getOrvixService();
+    if (!bound) return;
     const auto registered = ndk::SharedRefBase::make<OrvixCallback>();
     std::atomic_store(&callback, registered);  // a second initialize's dispatch thread may do the same, and the end
-    current->registerRequest(registered);
+    bound->registerRequest(registered);
 }
 
 void AidlClient::handleServiceDown() {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "handleServiceDown start");
+    LOGD("handleServiceDown start");
     {
         const std::lock_guard lock(serviceLock);
         if (service) AIBinder_unlinkToDeath(service->asBinder().get(), deathRecipient.get(), this);

@@ -23,7 +23,7 @@ void AidlClient::jniMainThread() {
     for (;;) {
         handleEvents();
         eventSignal.acquire();
-        __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "new aidl event arrived");
+        LOGD("new aidl event arrived");
     }
 }
 
@@ -41,33 +41,32 @@ void AidlClient::handleEvents() {
 }
 
 void AidlClient::handleEvent(const CallbackEvent& ev) {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "handleEvent %d", ev.type);
+    LOGD("handleEvent %d", ev.type);
     switch (ev.type) {
-        case -1: handleServiceDown(); break;
-        case 0: handleServiceUp(); break;
-        case 1: getRadioStatus(); break;
-        case 2: startNetworkStatsPolling(ev.intArg); break;
-        case 3: stopNetworkStatsPolling(); break;
-        case 4: collectCensusInfo(); break;
-        // 5 and 6 belong to nobody and stay free.
-        case 7: registerForScreenStateChanges(ev.screenStateFlag); break;
-        case 8: startUidStatsPolling(ev.longArg); break;
-        case 9: startRatStatsPolling(ev.longArg); break;
-        case 10: stopUidStatsPolling(); break;
-        case 11: stopRatStatsPolling(); break;
-        case 12: startNetworkMonitorForRatType(ev.ratType); break;
-        case 13: stopNetworkMonitorForRatType(ev.ratType); break;
-        case 14: requestWwanNetwork(static_cast<int32_t>(ev.slotId)); break;
-        case 15: releaseWwanNetwork(static_cast<int32_t>(ev.slotId)); break;
-        case 16: registerForLPMStatusChange(ev.lpmFlag); break;
-        case 17: registerForThermalStatusChange(ev.thermalFlag); break;
-        case 18: registerForBatteryStatusChange(ev.batteryFlag); break;
-        case 19: registerForHotspotStatusChange(ev.hotspotFlag); break;
-        case 20: startStatsMonitoring(); break;
-        case 21: updateStats(ev.stats); break;
-        case 22: stopStatsMonitoring(); break;
-        case 23: getSocketFd(ev.socketInfo); break;
-        case 24: sendBlobToApkNative(ev.blobTag, ev.blob); break;
+        case kServiceDown: handleServiceDown(); break;
+        case kServiceUp: handleServiceUp(); break;
+        case kGetRadioStatus: getRadioStatus(); break;
+        case kStartNetworkStatsPolling: startNetworkStatsPolling(ev.intArg); break;
+        case kStopNetworkStatsPolling: stopNetworkStatsPolling(); break;
+        case kCollectCensusInfo: collectCensusInfo(); break;
+        case kRegisterForScreenStateChanges: registerForScreenStateChanges(ev.screenStateFlag); break;
+        case kStartUidStatsPolling: startUidStatsPolling(ev.longArg); break;
+        case kStartRatStatsPolling: startRatStatsPolling(ev.longArg); break;
+        case kStopUidStatsPolling: stopUidStatsPolling(); break;
+        case kStopRatStatsPolling: stopRatStatsPolling(); break;
+        case kStartNetworkMonitorForRatType: startNetworkMonitorForRatType(ev.ratType); break;
+        case kStopNetworkMonitorForRatType: stopNetworkMonitorForRatType(ev.ratType); break;
+        case kRequestWwanNetwork: requestWwanNetwork(static_cast<int32_t>(ev.slotId)); break;
+        case kReleaseWwanNetwork: releaseWwanNetwork(static_cast<int32_t>(ev.slotId)); break;
+        case kRegisterForLPMStatusChange: registerForLPMStatusChange(ev.lpmFlag); break;
+        case kRegisterForThermalStatusChange: registerForThermalStatusChange(ev.thermalFlag); break;
+        case kRegisterForBatteryStatusChange: registerForBatteryStatusChange(ev.batteryFlag); break;
+        case kRegisterForHotspotStatusChange: registerForHotspotStatusChange(ev.hotspotFlag); break;
+        case kStartStatsMonitoring: startStatsMonitoring(); break;
+        case kUpdateStats: updateStats(ev.stats); break;
+        case kStopStatsMonitoring: stopStatsMonitoring(); break;
+        case kGetSocketFd: getSocketFd(ev.socketInfo); break;
+        case kSendBlobToApk: sendBlobToApkNative(ev.blobTag, ev.blob); break;
         default: break;
     }
 }

@@ -5,110 +5,119 @@
 // Java method threw.
 
 #include "client/AidlClient.h"
-#include "client/JavaCall.h"
+#include "client/JavaTypes.h"
 #include "client/Log.h"
 
 namespace orvix {
 
 bool AidlClient::isThreadAttached(JNIEnv** env) {
     *env = nullptr;
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "isThreadAttached start");
+    LOGD("isThreadAttached start");
     const jint result = vm->GetEnv(reinterpret_cast<void**>(env), JNI_VERSION_1_6);
     if (result == JNI_EDETACHED) {
-        __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "jni detached");
+        LOGD("jni detached");
         if (vm->AttachCurrentThread(env, nullptr) != JNI_OK) {
-            __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Failed to attach jni");
+            LOGE("Failed to attach jni");
             return false;
         }
     } else if (result != JNI_OK) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "JNI ERROR, %d", result);
+        LOGE("JNI ERROR, %d", result);
         return false;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "jni attached");
+    LOGD("jni attached");
     return true;
 }
 
 jobject AidlClient::getJavaCallbackClass(JNIEnv* env, jclass target, const char* name, const char* signature,
                                          jmethodID& methodId) {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "getJavaCallbackClass start");
+    LOGD("getJavaCallbackClass start");
     methodId = env->GetMethodID(target, name, signature);
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "getJavaCallbackClass End midIs[%d]", methodId != nullptr ? 1 : 0);
+    LOGD("getJavaCallbackClass End midIs[%d]", methodId != nullptr ? 1 : 0);
     return env->AllocObject(target);
 }
 
-jclass AidlClient::beginCallOut() {
-    const jclass target = javaClass;
-    while (life == Life::ended) eventSignal.acquire();  // for good
-    return target;
-}
-
-template <typename After, typename... Args>
-void AidlClient::callAttached(JNIEnv* env, jclass target, const char* javaName, const After& afterCall,
-                              const Args&... args) {
-    jmethodID methodId = nullptr;
-    jobject object = getJavaCallbackClass(env, target, javaName, signatureOf<Args...>().c_str(), methodId);
-    if (object != nullptr) {
-        env->CallVoidMethod(object, methodId, JavaType<Args>::from(env, args)...);
-        afterCall();
-        env->DeleteLocalRef(object);
+// One call into Java. Keeps the class that it began with, whatever happens to the client meanwhile; one that would
+// begin after the client's end waits for good.
+class AidlClient::CallOut {
+  public:
+    explicit CallOut(AidlClient& caller, const char* lineAfterCall = nullptr)
+        : client(caller), target(caller.javaClass), line(lineAfterCall) {
+        while (client.life == Life::ended) client.eventSignal.acquire();
     }
-    vm->DetachCurrentThread();
-}
 
-template <typename... Args>
-void AidlClient::callJava(const char* name, const Args&... args) {
-    callJavaAs(name, name, args...);
-}
+    // Attach, log "<name> start", look javaName up, call, detach. Without Java the event is lost.
+    template <typename... Args>
+    void as(const char* name, const char* javaName, const Args&... args) {
+        if (!attach()) return;
+        LOGD("%s start", name);
+        call(javaName, args...);
+    }
+    template <typename... Args>
+    void to(const char* name, const Args&... args) {
+        as(name, name, args...);
+    }
 
-template <typename... Args>
-void AidlClient::callJavaAs(const char* name, const char* javaName, const Args&... args) {
-    const jclass target = beginCallOut();
+    bool attach() { return client.isThreadAttached(&env); }
+    // On an attached thread, which it detaches.
+    template <typename... Args>
+    void call(const char* javaName, const Args&... args) {
+        jmethodID methodId = nullptr;
+        jobject object = getJavaCallbackClass(env, target, javaName, kSignature<JavaType<Args>...>.data(), methodId);
+        if (object != nullptr) {
+            env->CallVoidMethod(object, methodId, ToJava<Args>::from(env, args)...);
+            if (line != nullptr) LOGI("%s", line);
+            env->DeleteLocalRef(object);
+        }
+        client.vm->DetachCurrentThread();
+    }
+
+  private:
+    AidlClient& client;
+    const jclass target;
+    const char* const line;
     JNIEnv* env = nullptr;
-    if (!isThreadAttached(&env)) return;
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "%s start", name);
-    callAttached(
-        env, target, javaName, [] {}, args...);
-}
+};
 
 bool AidlClient::tellAvailability(bool available) {
-    const jclass target = beginCallOut();
-    JNIEnv* env = nullptr;
-    if (!isThreadAttached(&env)) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "attach thread FAILED");
-        return false;
+    CallOut callOut(*this, "initialize callback success");  // when the service goes as when it comes
+    if (callOut.attach()) {
+        callOut.call("onIServiceBinderAvailable", available);
+        return true;
     }
-    // The same text when the service goes as when it comes.
-    const auto confirm = [] { __android_log_print(ANDROID_LOG_INFO, kLogTag, "initialize callback success"); };
-    callAttached(env, target, "onIServiceBinderAvailable", confirm, available);
-    return true;
+    LOGE("attach thread FAILED");
+    return false;
 }
 
-void AidlClient::getRadioStatus() { callJava("getRadioStatus"); }
-void AidlClient::startNetworkStatsPolling(int32_t interval) { callJava("startNetworkStatsPolling", interval); }
-void AidlClient::stopNetworkStatsPolling() { callJava("stopNetworkStatsPolling"); }
-void AidlClient::collectCensusInfo() { callJava("collectCensusInfo"); }
-void AidlClient::registerForScreenStateChanges(bool on) { callJava("registerForScreenStateChanges", on); }
-void AidlClient::startUidStatsPolling(int64_t interval) { callJava("startUidStatsPolling", interval); }
-void AidlClient::startRatStatsPolling(int64_t interval) { callJava("startRatStatsPolling", interval); }
-void AidlClient::stopUidStatsPolling() { callJava("stopUidStatsPolling"); }
-void AidlClient::stopRatStatsPolling() { callJava("stopRatStatsPolling"); }
-void AidlClient::startNetworkMonitorForRatType(RatType ratType) { callJava("startNetworkMonitorForRatType", ratType); }
-void AidlClient::stopNetworkMonitorForRatType(RatType ratType) { callJava("stopNetworkMonitorForRatType", ratType); }
-void AidlClient::requestWwanNetwork(int32_t slotId) { callJava("requestWwanNetwork", slotId); }
-void AidlClient::releaseWwanNetwork(int32_t slotId) { callJava("releaseWwanNetwork", slotId); }
-void AidlClient::registerForLPMStatusChange(bool on) { callJava("registerForLPMStatusChange", on); }
-void AidlClient::registerForThermalStatusChange(bool on) { callJava("registerForThermalStatusChange", on); }
-void AidlClient::registerForBatteryStatusChange(bool on) { callJava("registerForBatteryStatusChange", on); }
-void AidlClient::registerForHotspotStatusChange(bool on) { callJava("registerForHotspotStatusChange", on); }
-void AidlClient::startStatsMonitoring() { callJava("startStatsMonitoring"); }
-void AidlClient::updateStats(const NetworkStats& stats) {
-    callJava("updateStats", stats.long1, stats.long2, stats.long3, stats.long4, stats.int1, stats.int2, stats.int3,
-             stats.text1);
+void AidlClient::getRadioStatus() { CallOut(*this).to("getRadioStatus"); }
+void AidlClient::startNetworkStatsPolling(int32_t interval) { CallOut(*this).to("startNetworkStatsPolling", interval); }
+void AidlClient::stopNetworkStatsPolling() { CallOut(*this).to("stopNetworkStatsPolling"); }
+void AidlClient::collectCensusInfo() { CallOut(*this).to("collectCensusInfo"); }
+void AidlClient::registerForScreenStateChanges(bool on) { CallOut(*this).to("registerForScreenStateChanges", on); }
+void AidlClient::startUidStatsPolling(int64_t interval) { CallOut(*this).to("startUidStatsPolling", interval); }
+void AidlClient::startRatStatsPolling(int64_t interval) { CallOut(*this).to("startRatStatsPolling", interval); }
+void AidlClient::stopUidStatsPolling() { CallOut(*this).to("stopUidStatsPolling"); }
+void AidlClient::stopRatStatsPolling() { CallOut(*this).to("stopRatStatsPolling"); }
+void AidlClient::startNetworkMonitorForRatType(RatType ratType) {
+    CallOut(*this).to("startNetworkMonitorForRatType", ratType);
 }
-void AidlClient::stopStatsMonitoring() { callJava("stopStatsMonitoring"); }
+void AidlClient::stopNetworkMonitorForRatType(RatType ratType) {
+    CallOut(*this).to("stopNetworkMonitorForRatType", ratType);
+}
+void AidlClient::requestWwanNetwork(int32_t slotId) { CallOut(*this).to("requestWwanNetwork", slotId); }
+void AidlClient::releaseWwanNetwork(int32_t slotId) { CallOut(*this).to("releaseWwanNetwork", slotId); }
+void AidlClient::registerForLPMStatusChange(bool on) { CallOut(*this).to("registerForLPMStatusChange", on); }
+void AidlClient::registerForThermalStatusChange(bool on) { CallOut(*this).to("registerForThermalStatusChange", on); }
+void AidlClient::registerForBatteryStatusChange(bool on) { CallOut(*this).to("registerForBatteryStatusChange", on); }
+void AidlClient::registerForHotspotStatusChange(bool on) { CallOut(*this).to("registerForHotspotStatusChange", on); }
+void AidlClient::startStatsMonitoring() { CallOut(*this).to("startStatsMonitoring"); }
+void AidlClient::updateStats(const NetworkStats& stats) {
+    CallOut(*this).to("updateStats", stats.long1, stats.long2, stats.long3, stats.long4, stats.int1, stats.int2,
+                      stats.int3, stats.text1);
+}
+void AidlClient::stopStatsMonitoring() { CallOut(*this).to("stopStatsMonitoring"); }
 // The Java side knows this one by another name.
 void AidlClient::sendBlobToApkNative(int32_t tag, const std::vector<uint8_t>& blob) {
-    callJavaAs("sendBlobToApkNative", "sendBlobToApkJava", tag, blob);
+    CallOut(*this).as("sendBlobToApkNative", "sendBlobToApkJava", tag, blob);
 }
 
 }  // namespace orvix

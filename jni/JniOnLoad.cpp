@@ -33,14 +33,14 @@ const JNINativeMethod kNativeMethods[] = {
 }  // namespace
 
 bool AidlClient::registerNativeMethods(JNIEnv* env, const char* className, const JNINativeMethod* methods, int count) {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "registerNativeMethods");
+    LOGD("registerNativeMethods");
     jclass natives = env->FindClass(className);
     if (natives == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Native registration unable to find class '%s'\n", className);
+        LOGE("Native registration unable to find class '%s'\n", className);
         return false;
     }
     if (env->RegisterNatives(natives, methods, count) < 0) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "RegisterNatives failed for '%s'\n", className);
+        LOGE("RegisterNatives failed for '%s'\n", className);
         return false;
     }
     // Not checked: without the class the natives work all the same, and every call-out fails at its look-up.
@@ -57,18 +57,18 @@ void AidlClient::initialize(JNIEnv*, jobject) { startThread(&AidlClient::jniMain
 
 extern "C" JNIEXPORT jint JNI_OnLoad(JavaVM* vm, void*) {
     using namespace orvix;
-    __android_log_print(ANDROID_LOG_INFO, kLogTag, "JNI_OnLoad entry");
+    LOGI("JNI_OnLoad entry");
     gAidlClient = std::make_unique<AidlClient>();  // a second load replaces the client
     gAidlClient->vm = vm;
     JNIEnv* env = nullptr;
     if (vm->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_6) != JNI_OK) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "JNI_OnLoad GetEnv failed");
+        LOGE("JNI_OnLoad GetEnv failed");
         return JNI_ERR;
     }
     if (!gAidlClient->registerNativeMethods(env, kNativesClass, kNativeMethods, std::size(kNativeMethods))) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "registerNativeMethods failed");
+        LOGE("registerNativeMethods failed");
         return JNI_ERR;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "JNI_OnLoad exit");
+    LOGD("JNI_OnLoad exit");
     return JNI_VERSION_1_6;
 }

@@ -5,32 +5,13 @@
 
 #include <string_view>
 
+#include "client/JavaTypes.h"
+
 namespace orvix {
 
-template <typename T>
-inline constexpr std::string_view kLetters{};
-template <>
-inline constexpr std::string_view kLetters<jboolean> = "Z";
-template <>
-inline constexpr std::string_view kLetters<jint> = "I";
-template <>
-inline constexpr std::string_view kLetters<jlong> = "J";
-template <>
-inline constexpr std::string_view kLetters<jbyteArray> = "[B";
-template <>
-inline constexpr std::string_view kLetters<jobject> = "Landroid/os/Parcel;";
-template <>
-inline constexpr std::string_view kLetters<jobjectArray> = "[Landroid/os/Parcel;";
-
-// Whether signature is that of a void method with these parameters.
 template <typename... Args>
 constexpr bool fits(std::string_view signature, void (*)(JNIEnv*, jobject, Args...)) {
-    const auto take = [&signature](std::string_view letters) {
-        if (letters.empty() || signature.substr(0, letters.size()) != letters) return false;
-        signature.remove_prefix(letters.size());
-        return true;
-    };
-    return take("(") && (take(kLetters<Args>) && ...) && take(")V") && signature.empty();
+    return signature == kSignature<Args...>.data();
 }
 
 // Not constexpr: reaching it at compile time is the error.

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "jni/Service.h"
+#include "client/WithService.h"
 
 namespace orvix {
 
@@ -21,70 +21,70 @@ R read(const ndk::ScopedAParcel& parcel) {
 }
 
 // One record an element, in order, whether or not it could be read. The local references are left to the return.
-template <typename R, typename Each>
-std::vector<R> readAll(JNIEnv* env, jobjectArray parcels, jsize count, const Each& each) {
+template <typename R>
+std::vector<R> readAll(
+    JNIEnv* env, jobjectArray parcels, jsize count, void (*each)(const R&) = [](const R&) {}) {
     std::vector<R> records;
     for (jsize i = 0; i < count; ++i) {
-        const ndk::ScopedAParcel parcel = wrap(env, env->GetObjectArrayElement(parcels, i));
-        records.push_back(read<R>(parcel));
+        records.push_back(read<R>(wrap(env, env->GetObjectArrayElement(parcels, i))));
         each(records.back());
     }
     return records;
 }
 
+// What the three reports of one radio technology log before they send.
+template <typename Send>
+void withRatType(const char* name, jint ratType, const Send& send) {
+    LOGD("%s start", name);
+    withService(AidlClient::latest(), name, [&](IOrvixService& bound) {
+        LOGD("%s RatType %d", name, ratType);
+        send(bound, RatType{ratType});
+    });
+}
+
+void logTelephony(const TelephonyInfoParams& info) {
+    LOGD("TelephonyInfo : %d, %s, %s, %s, %s, %d", info.int1, info.text1.c_str(), info.text2.c_str(),
+         info.text3.c_str(), info.text4.c_str(), info.int2);
+}
+
 }  // namespace
 
 void AidlClient::sendNetworkStatsForAllUids(JNIEnv* env, jobject, jint ratType, jobjectArray parcels) {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendNetworkStatsForAllUids start");
-    withService("sendNetworkStatsForAllUids", [&](IOrvixService& bound) {
-        __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendNetworkStatsForAllUids RatType %d", ratType);
+    withRatType("sendNetworkStatsForAllUids", ratType, [&](IOrvixService& bound, RatType rat) {
         const jsize count = env->GetArrayLength(parcels);
         if (count == 0) {  // an empty list is not worth a call; the census below is
-            __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendNetworkStatsForAllUids list size is 0");
+            LOGD("sendNetworkStatsForAllUids list size is 0");
             return;
         }
-        const auto ignore = [](const NetworkStatsParams&) {};
-        bound.sendNetworkStatsForAllUids(RatType{ratType}, readAll<NetworkStatsParams>(env, parcels, count, ignore));
+        bound.sendNetworkStatsForAllUids(rat, readAll<NetworkStatsParams>(env, parcels, count));
     });
 }
 
 void AidlClient::sendNetworkStatsForNetworkType(JNIEnv* env, jobject, jint ratType, jobject parcel) {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendNetworkStatsForNetworkType start");
-    withService("sendNetworkStatsForNetworkType", [&](IOrvixService& bound) {
-        __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendNetworkStatsForNetworkType RatType %d", ratType);
-        const ndk::ScopedAParcel wrapped = wrap(env, parcel);
-        bound.sendNetworkStatsForNetworkType(RatType{ratType}, read<ByteTuple>(wrapped));
+    withRatType("sendNetworkStatsForNetworkType", ratType, [&](IOrvixService& bound, RatType rat) {
+        bound.sendNetworkStatsForNetworkType(rat, read<ByteTuple>(wrap(env, parcel)));
     });
 }
 
 void AidlClient::sendNetworkInfo(JNIEnv* env, jobject, jint ratType, jobject parcel) {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendNetworkInfo start");
-    withService("sendNetworkInfo", [&](IOrvixService& bound) {
-        __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendNetworkInfo RatType %d", ratType);
-        const ndk::ScopedAParcel wrapped = wrap(env, parcel);
-        bound.sendNetworkInfo(RatType{ratType}, read<NetworkInfo>(wrapped));
+    withRatType("sendNetworkInfo", ratType, [&](IOrvixService& bound, RatType rat) {
+        bound.sendNetworkInfo(rat, read<NetworkInfo>(wrap(env, parcel)));
     });
 }
 
 void AidlClient::sendCensusInfo(JNIEnv* env, jobject, jobject buildInfo, jobjectArray telephonyInfos) {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendCensusInfo start");
-    withService("sendCensusInfo", [&](IOrvixService& bound) {
+    LOGD("sendCensusInfo start");
+    withService(latest(), "sendCensusInfo", [&](IOrvixService& bound) {
         const ndk::ScopedAParcel wrapped = wrap(env, buildInfo);
         CensusInfo census;
         census.buildInfo = read<BuildInfoParams>(wrapped);
         const BuildInfoParams& build = census.buildInfo;
-        // text5 before text4, and no comma before text8: readers of the log know the line so.
-        __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "BuildInfo: %s, %s, %s, %s, %s, %s, %s %s", build.text1.c_str(),
-                            build.text2.c_str(), build.text3.c_str(), build.text5.c_str(), build.text4.c_str(),
-                            build.text6.c_str(), build.text7.c_str(), build.text8.c_str());
+        // text5 before text4, and no comma before text8: the parsers of this line know it so.
+        LOGD("BuildInfo: %s, %s, %s, %s, %s, %s, %s %s", build.text1.c_str(), build.text2.c_str(), build.text3.c_str(),
+             build.text5.c_str(), build.text4.c_str(), build.text6.c_str(), build.text7.c_str(), build.text8.c_str());
         const jsize count = env->GetArrayLength(telephonyInfos);
-        if (count == 0) __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "TelephonyInfoParams list size is 0");
-        census.telephonyInfos =
-            readAll<TelephonyInfoParams>(env, telephonyInfos, count, [](const TelephonyInfoParams& info) {
-                __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "TelephonyInfo : %d, %s, %s, %s, %s, %d", info.int1,
-                                    info.text1.c_str(), info.text2.c_str(), info.text3.c_str(), info.text4.c_str(),
-                                    info.int2);
-            });
+        if (count == 0) LOGD("TelephonyInfoParams list size is 0");
+        census.telephonyInfos = readAll<TelephonyInfoParams>(env, telephonyInfos, count, logTelephony);
         bound.sendCensusInfo(census);
     });
 }

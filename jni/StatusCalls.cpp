@@ -3,57 +3,66 @@
 
 #include <vector>
 
-#include "jni/Service.h"
+#include "client/WithService.h"
 
 namespace orvix {
 
+namespace {
+
+// Any byte but 0, whatever Java's boolean may be.
+bool isTrue(jboolean value) { return (value & 0xFF) != 0; }
+
+}  // namespace
+
 void AidlClient::sendRadioStatus(JNIEnv*, jobject, jboolean flag1, jboolean flag2, jboolean flag3) {
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "sendRadioStatus start");
-    withService("sendRadioStatus", [&](IOrvixService& bound) {
+    LOGD("sendRadioStatus start");
+    withService(latest(), "sendRadioStatus", [&](IOrvixService& bound) {
         // Java sets three of the five; flag4 and flag5 stay false.
         bound.sendRadioTechStatus({.flag1 = isTrue(flag1), .flag2 = isTrue(flag2), .flag3 = isTrue(flag3)});
     });
 }
 
 void AidlClient::sendScreenState(JNIEnv*, jobject, jboolean on) {
-    withService("sendScreenState", [&](IOrvixService& bound) { bound.sendScreenState(isTrue(on)); });
+    withService(latest(), "sendScreenState", [&](IOrvixService& bound) { bound.sendScreenState(isTrue(on)); });
 }
 
 void AidlClient::sendBootCompleteInfo(JNIEnv*, jobject, jboolean completed) {
-    withService("sendBootCompleteInfo", [&](IOrvixService& bound) { bound.sendBootCompleteInfo(isTrue(completed)); });
+    withService(latest(), "sendBootCompleteInfo",
+                [&](IOrvixService& bound) { bound.sendBootCompleteInfo(isTrue(completed)); });
 }
 
 // Java's order is int, long, int; the service's is int, int, long.
 void AidlClient::sendFGNetworkInfo(JNIEnv*, jobject, jint ratType, jlong value, jint techType) {
-    withService("sendFGNetworkInfo",
+    withService(latest(), "sendFGNetworkInfo",
                 [&](IOrvixService& bound) { bound.sendFGNetworkInfo(RatType{ratType}, TechType{techType}, value); });
 }
 
 void AidlClient::sendLPMStatus(JNIEnv*, jobject, jboolean status) {
-    withService("sendLPMStatus", [&](IOrvixService& bound) { bound.sendLPMStatus(isTrue(status)); });
+    withService(latest(), "sendLPMStatus", [&](IOrvixService& bound) { bound.sendLPMStatus(isTrue(status)); });
 }
 
 void AidlClient::sendThermalStatus(JNIEnv*, jobject, jint state) {
-    withService("sendThermalStatus", [&](IOrvixService& bound) { bound.sendThermalStatus(ThermalState{state}); });
+    withService(latest(), "sendThermalStatus",
+                [&](IOrvixService& bound) { bound.sendThermalStatus(ThermalState{state}); });
 }
 
 void AidlClient::sendBatteryStatus(JNIEnv*, jobject, jint level, jboolean flag) {
-    withService("sendBatteryStatus",
+    withService(latest(), "sendBatteryStatus",
                 [&](IOrvixService& bound) { bound.sendBatteryStatus({.int1 = level, .flag1 = isTrue(flag)}); });
 }
 
 void AidlClient::sendHotspotStatus(JNIEnv*, jobject, jboolean status) {
-    withService("sendHotspotStatus", [&](IOrvixService& bound) { bound.sendHotspotStatus(isTrue(status)); });
+    withService(latest(), "sendHotspotStatus", [&](IOrvixService& bound) { bound.sendHotspotStatus(isTrue(status)); });
 }
 
 void AidlClient::queryStats(JNIEnv*, jobject) {
-    withService("queryStats", [](IOrvixService& bound) { bound.queryStats(); });
+    withService(latest(), "queryStats", [](IOrvixService& bound) { bound.queryStats(); });
 }
 
 void AidlClient::sendBlobToMirel(JNIEnv* env, jobject, jint tag, jbyteArray blob) {
-    withService("sendBlobToMirel", [&](IOrvixService& bound) {
+    withService(latest(), "sendBlobToMirel", [&](IOrvixService& bound) {
         if (env == nullptr) {
-            __android_log_print(ANDROID_LOG_ERROR, kLogTag, "%s: JNIEnv is NULL", "sendBlobToMirel");
+            LOGE("%s: JNIEnv is NULL", "sendBlobToMirel");
             return;
         }
         const jsize length = env->GetArrayLength(blob);

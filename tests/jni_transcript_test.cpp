@@ -7,6 +7,7 @@
 #include <map>
 #include <thread>
 
+#include "callback/OrvixCallback.h"
 #include "client/AidlClient.h"
 #include "tests/aidl_support.h"
 #include "tests/fake_jni.h"

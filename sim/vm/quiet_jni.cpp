@@ -24,7 +24,7 @@ struct Method {
 
 // Found once, kept for ever, as methods are in a VM.
 const Method* methodOf(const char* name, const char* signature) {
-    static std::mutex mutex;
+    static auto& mutex = *new std::mutex;  // threads come here while the process ends
     static auto* const methods = new std::map<std::string, Method, std::less<>>;
     const std::lock_guard lock(mutex);
     const auto found = methods->find(std::string_view(name));
