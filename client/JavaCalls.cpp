@@ -40,52 +40,50 @@ jobject AidlClient::getJavaCallbackClass(JNIEnv* env, jclass target, const char*
 // begin after the client's end waits for good.
 class AidlClient::CallOut {
   public:
-    explicit CallOut(AidlClient& caller, const char* lineAfterCall = nullptr)
-        : client(caller), target(caller.javaClass), line(lineAfterCall) {
+    explicit CallOut(AidlClient& caller) : client(caller), target(caller.javaClass) {
         while (client.life == Life::ended) client.eventSignal.acquire();
+        attached = client.isThreadAttached(&env);
     }
 
-    // Attach, log "<name> start", look javaName up, call, detach. Without Java the event is lost.
+    // Log "<name> start", look javaName up, call, detach. Without Java the event is lost.
     template <typename... Args>
     void as(const char* name, const char* javaName, const Args&... args) {
-        if (!attach()) return;
+        if (!attached) return;
         LOGD("%s start", name);
-        call(javaName, args...);
+        call(javaName, nullptr, args...);
     }
     template <typename... Args>
     void to(const char* name, const Args&... args) {
         as(name, name, args...);
     }
 
-    bool attach() { return client.isThreadAttached(&env); }
-    // On an attached thread, which it detaches.
+    // On an attached thread, which it detaches. The line is logged when there was a call.
     template <typename... Args>
-    void call(const char* javaName, const Args&... args) {
+    void call(const char* javaName, const char* line, const Args&... args) {
         jmethodID methodId = nullptr;
         jobject object = getJavaCallbackClass(env, target, javaName, kSignature<JavaType<Args>...>.data(), methodId);
         if (object != nullptr) {
-            env->CallVoidMethod(object, methodId, ToJava<Args>::from(env, args)...);
+            env->CallVoidMethod(object, methodId, toJava(env, args)...);
             if (line != nullptr) LOGI("%s", line);
             env->DeleteLocalRef(object);
         }
         client.vm->DetachCurrentThread();
     }
 
-  private:
     AidlClient& client;
     const jclass target;
-    const char* const line;
     JNIEnv* env = nullptr;
+    bool attached;
 };
 
 bool AidlClient::tellAvailability(bool available) {
-    CallOut callOut(*this, "initialize callback success");  // when the service goes as when it comes
-    if (callOut.attach()) {
-        callOut.call("onIServiceBinderAvailable", available);
-        return true;
+    CallOut callOut(*this);
+    if (callOut.attached) {
+        callOut.call("onIServiceBinderAvailable", "initialize callback success", available);  // going or coming
+    } else {
+        LOGE("attach thread FAILED");
     }
-    LOGE("attach thread FAILED");
-    return false;
+    return callOut.attached;
 }
 
 void AidlClient::getRadioStatus() { CallOut(*this).to("getRadioStatus"); }

@@ -50,36 +50,25 @@ inline constexpr auto kSignature = signatureOf<T...>();
 // A value as CallVoidMethod takes it: exactly a jboolean, jint, jlong or a new local reference, since varargs promote
 // anything else differently.
 template <typename T>
-struct ToJava {
-    static_assert(std::is_enum_v<T>, "a Java method takes bool, int32_t, int64_t, an enumeration, a string or bytes");
-    static jint from(JNIEnv*, T value) { return static_cast<jint>(value); }
-};
-template <>
-struct ToJava<bool> {
-    static jboolean from(JNIEnv*, bool value) { return value ? JNI_TRUE : JNI_FALSE; }
-};
-template <>
-struct ToJava<int32_t> {
-    static jint from(JNIEnv*, int32_t value) { return value; }
-};
-template <>
-struct ToJava<int64_t> {
-    static jlong from(JNIEnv*, int64_t value) { return value; }
-};
-template <>
-struct ToJava<std::string> {
-    static jstring from(JNIEnv* env, const std::string& value) { return env->NewStringUTF(value.c_str()); }
-};
-template <>
-struct ToJava<std::vector<uint8_t>> {
-    static jbyteArray from(JNIEnv* env, const std::vector<uint8_t>& value) {
+auto toJava([[maybe_unused]] JNIEnv* env, const T& value) {
+    if constexpr (std::is_same_v<T, bool>) {
+        return static_cast<jboolean>(value ? JNI_TRUE : JNI_FALSE);
+    } else if constexpr (std::is_same_v<T, int64_t>) {
+        return jlong{value};
+    } else if constexpr (std::is_same_v<T, std::string>) {
+        return env->NewStringUTF(value.c_str());
+    } else if constexpr (std::is_same_v<T, std::vector<uint8_t>>) {
         const auto length = static_cast<jsize>(value.size());
         jbyteArray array = env->NewByteArray(length);
         env->SetByteArrayRegion(array, 0, length, reinterpret_cast<const jbyte*>(value.data()));
         return array;
+    } else {
+        static_assert(std::is_same_v<T, int32_t> || std::is_enum_v<T>,
+                      "a Java method takes bool, int32_t, int64_t, an enumeration, a string or bytes");
+        return static_cast<jint>(value);
     }
-};
+}
 template <typename T>
-using JavaType = decltype(ToJava<T>::from(nullptr, std::declval<T>()));
+using JavaType = decltype(toJava(nullptr, std::declval<T>()));
 
 }  // namespace orvix

@@ -5,34 +5,24 @@
 #include <shared_mutex>
 
 #if defined(__clang__)
-#define ORVIX_THREAD_SAFETY(attribute) __attribute__((attribute))
+#define ORVIX_THREAD_SAFETY(...) __attribute__((__VA_ARGS__))
 #else
-#define ORVIX_THREAD_SAFETY(attribute)
+#define ORVIX_THREAD_SAFETY(...)
 #endif
 #define ORVIX_GUARDED_BY(lock) ORVIX_THREAD_SAFETY(guarded_by(lock))
 #define ORVIX_REQUIRES(lock) ORVIX_THREAD_SAFETY(requires_capability(lock))
+#define ORVIX_LOCKING(what) ORVIX_THREAD_SAFETY(what, no_thread_safety_analysis)
 
 namespace orvix {
 
-#if defined(_LIBCPP_ENABLE_THREAD_SAFETY_ANNOTATIONS)
-// All but this one, which is only given the words.
+// All but this one, which is given the words here.
 class ORVIX_THREAD_SAFETY(capability("mutex")) SharedMutex : private std::shared_mutex {
   public:
-    void lock() __attribute__((acquire_capability(), no_thread_safety_analysis)) { shared_mutex::lock(); }
-    bool try_lock() __attribute__((try_acquire_capability(true), no_thread_safety_analysis)) {
-        return shared_mutex::try_lock();
-    }
-    void unlock() __attribute__((release_capability(), no_thread_safety_analysis)) { shared_mutex::unlock(); }
-    void lock_shared() __attribute__((acquire_shared_capability(), no_thread_safety_analysis)) {
-        shared_mutex::lock_shared();
-    }
-    void unlock_shared() __attribute__((release_shared_capability(), no_thread_safety_analysis)) {
-        shared_mutex::unlock_shared();
-    }
+    void lock() ORVIX_LOCKING(acquire_capability()) { shared_mutex::lock(); }
+    void unlock() ORVIX_LOCKING(release_capability()) { shared_mutex::unlock(); }
+    void lock_shared() ORVIX_LOCKING(acquire_shared_capability()) { shared_mutex::lock_shared(); }
+    void unlock_shared() ORVIX_LOCKING(release_shared_capability()) { shared_mutex::unlock_shared(); }
 };
-#else
-using SharedMutex = std::shared_mutex;
-#endif
 
 // std::shared_lock for one scope: the analysis does not see through that one.
 class ORVIX_THREAD_SAFETY(scoped_lockable) SharedGuard {

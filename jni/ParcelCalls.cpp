@@ -36,7 +36,7 @@ std::vector<R> readAll(
 template <typename Send>
 void withRatType(const char* name, jint ratType, const Send& send) {
     LOGD("%s start", name);
-    withService(AidlClient::latest(), name, [&](IOrvixService& bound) {
+    withService(AidlClient::latest(), name, [&](auto& bound) {
         LOGD("%s RatType %d", name, ratType);
         send(bound, RatType{ratType});
     });
@@ -50,7 +50,7 @@ void logTelephony(const TelephonyInfoParams& info) {
 }  // namespace
 
 void AidlClient::sendNetworkStatsForAllUids(JNIEnv* env, jobject, jint ratType, jobjectArray parcels) {
-    withRatType("sendNetworkStatsForAllUids", ratType, [&](IOrvixService& bound, RatType rat) {
+    withRatType("sendNetworkStatsForAllUids", ratType, [&](auto& bound, RatType rat) {
         const jsize count = env->GetArrayLength(parcels);
         if (count == 0) {  // an empty list is not worth a call; the census below is
             LOGD("sendNetworkStatsForAllUids list size is 0");
@@ -61,20 +61,19 @@ void AidlClient::sendNetworkStatsForAllUids(JNIEnv* env, jobject, jint ratType, 
 }
 
 void AidlClient::sendNetworkStatsForNetworkType(JNIEnv* env, jobject, jint ratType, jobject parcel) {
-    withRatType("sendNetworkStatsForNetworkType", ratType, [&](IOrvixService& bound, RatType rat) {
+    withRatType("sendNetworkStatsForNetworkType", ratType, [&](auto& bound, RatType rat) {
         bound.sendNetworkStatsForNetworkType(rat, read<ByteTuple>(wrap(env, parcel)));
     });
 }
 
 void AidlClient::sendNetworkInfo(JNIEnv* env, jobject, jint ratType, jobject parcel) {
-    withRatType("sendNetworkInfo", ratType, [&](IOrvixService& bound, RatType rat) {
-        bound.sendNetworkInfo(rat, read<NetworkInfo>(wrap(env, parcel)));
-    });
+    withRatType("sendNetworkInfo", ratType,
+                [&](auto& bound, RatType rat) { bound.sendNetworkInfo(rat, read<NetworkInfo>(wrap(env, parcel))); });
 }
 
 void AidlClient::sendCensusInfo(JNIEnv* env, jobject, jobject buildInfo, jobjectArray telephonyInfos) {
     LOGD("sendCensusInfo start");
-    withService(latest(), "sendCensusInfo", [&](IOrvixService& bound) {
+    withService(latest(), "sendCensusInfo", [&](auto& bound) {
         const ndk::ScopedAParcel wrapped = wrap(env, buildInfo);
         CensusInfo census;
         census.buildInfo = read<BuildInfoParams>(wrapped);

@@ -16,51 +16,49 @@ bool isTrue(jboolean value) { return (value & 0xFF) != 0; }
 
 void AidlClient::sendRadioStatus(JNIEnv*, jobject, jboolean flag1, jboolean flag2, jboolean flag3) {
     LOGD("sendRadioStatus start");
-    withService(latest(), "sendRadioStatus", [&](IOrvixService& bound) {
+    withService(latest(), "sendRadioStatus", [&](auto& bound) {
         // Java sets three of the five; flag4 and flag5 stay false.
         bound.sendRadioTechStatus({.flag1 = isTrue(flag1), .flag2 = isTrue(flag2), .flag3 = isTrue(flag3)});
     });
 }
 
 void AidlClient::sendScreenState(JNIEnv*, jobject, jboolean on) {
-    withService(latest(), "sendScreenState", [&](IOrvixService& bound) { bound.sendScreenState(isTrue(on)); });
+    withService(latest(), "sendScreenState", [&](auto& bound) { bound.sendScreenState(isTrue(on)); });
 }
 
 void AidlClient::sendBootCompleteInfo(JNIEnv*, jobject, jboolean completed) {
-    withService(latest(), "sendBootCompleteInfo",
-                [&](IOrvixService& bound) { bound.sendBootCompleteInfo(isTrue(completed)); });
+    withService(latest(), "sendBootCompleteInfo", [&](auto& bound) { bound.sendBootCompleteInfo(isTrue(completed)); });
 }
 
 // Java's order is int, long, int; the service's is int, int, long.
 void AidlClient::sendFGNetworkInfo(JNIEnv*, jobject, jint ratType, jlong value, jint techType) {
     withService(latest(), "sendFGNetworkInfo",
-                [&](IOrvixService& bound) { bound.sendFGNetworkInfo(RatType{ratType}, TechType{techType}, value); });
+                [&](auto& bound) { bound.sendFGNetworkInfo(RatType{ratType}, TechType{techType}, value); });
 }
 
 void AidlClient::sendLPMStatus(JNIEnv*, jobject, jboolean status) {
-    withService(latest(), "sendLPMStatus", [&](IOrvixService& bound) { bound.sendLPMStatus(isTrue(status)); });
+    withService(latest(), "sendLPMStatus", [&](auto& bound) { bound.sendLPMStatus(isTrue(status)); });
 }
 
 void AidlClient::sendThermalStatus(JNIEnv*, jobject, jint state) {
-    withService(latest(), "sendThermalStatus",
-                [&](IOrvixService& bound) { bound.sendThermalStatus(ThermalState{state}); });
+    withService(latest(), "sendThermalStatus", [&](auto& bound) { bound.sendThermalStatus(ThermalState{state}); });
 }
 
 void AidlClient::sendBatteryStatus(JNIEnv*, jobject, jint level, jboolean flag) {
     withService(latest(), "sendBatteryStatus",
-                [&](IOrvixService& bound) { bound.sendBatteryStatus({.int1 = level, .flag1 = isTrue(flag)}); });
+                [&](auto& bound) { bound.sendBatteryStatus({.int1 = level, .flag1 = isTrue(flag)}); });
 }
 
 void AidlClient::sendHotspotStatus(JNIEnv*, jobject, jboolean status) {
-    withService(latest(), "sendHotspotStatus", [&](IOrvixService& bound) { bound.sendHotspotStatus(isTrue(status)); });
+    withService(latest(), "sendHotspotStatus", [&](auto& bound) { bound.sendHotspotStatus(isTrue(status)); });
 }
 
 void AidlClient::queryStats(JNIEnv*, jobject) {
-    withService(latest(), "queryStats", [](IOrvixService& bound) { bound.queryStats(); });
+    withService(latest(), "queryStats", [](auto& bound) { bound.queryStats(); });
 }
 
 void AidlClient::sendBlobToMirel(JNIEnv* env, jobject, jint tag, jbyteArray blob) {
-    withService(latest(), "sendBlobToMirel", [&](IOrvixService& bound) {
+    withService(latest(), "sendBlobToMirel", [&](auto& bound) {
         if (env == nullptr) {
             LOGE("%s: JNIEnv is NULL", "sendBlobToMirel");
             return;

@@ -82,7 +82,7 @@ def call_outs(java_calls, records):
     """The Java methods that the library calls, from the C++ types that it passes."""
     record = re.search(r"struct NetworkStats \{(.*?)using R", records, re.S).group(1)
     members = {member: kind for kind, member in re.findall(r"^    ([\w:]+) (\w+)(?: = .*)?;", record, re.M)}
-    rows = set(f"{name}(Z)V" for name in re.findall(r'callOut\.call\("(\w+)", available\)', java_calls))
+    rows = set(f"{name}(Z)V" for name in re.findall(r'callOut\.call\("(\w+)", "[\w ]+", available\)', java_calls))
     for parameters, names, arguments in re.findall(
             r'^void AidlClient::\w+\(([^()]*)\) \{\s*CallOut\(\*this\)\.(?:to|as)\(((?:"\w+"(?:, )?)+)(.*?)\);', java_calls,
             re.M | re.S):
