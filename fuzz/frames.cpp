@@ -246,7 +246,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool started = [] {
         __android_log_set_logger([](const __android_log_message*) {});
         // The reading thread of the platform has a descriptor of its own, from its first use on.
-        standin::wantToWrite(*Peer().connection, false);
+        standin::wakeReader();
         return true;
     }();
     static size_t inputs = 0, before = 0;

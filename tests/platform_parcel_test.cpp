@@ -1,6 +1,7 @@
 // Parcels of the Linux platform: bytes, answers and positions, as the device has them.
 #include <android/binder_auto_utils.h>
 #include <android/binder_parcel.h>
+#include <android/binder_parcel_jni.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -15,9 +16,11 @@ using sim::Bytes;
 using sim::bytesOfHex;
 using sim::hexOf;
 
+// What has been written.
 std::string bytesOf(const AParcel* parcel) {
     Bytes bytes(static_cast<size_t>(AParcel_getDataSize(parcel)));
-    EXPECT_EQ(STATUS_OK, AParcel_marshal(parcel, bytes.data(), 0, bytes.size()));
+    const binder_status_t status = bytes.empty() ? STATUS_UNEXPECTED_NULL : STATUS_OK;
+    EXPECT_EQ(status, AParcel_marshal(parcel, bytes.data(), 0, bytes.size()));
     return hexOf(bytes);
 }
 
@@ -119,12 +122,31 @@ TEST(Parcel, ReadsAnswerAndMoveAsOnTheDevice) {
 
         {"null descriptor", kDescriptor, "00000000", STATUS_OK, 4, -1},
         {"descriptor of mere words", kDescriptor,
-         "0100000000000000852a6466000000000300000000000000000000000000000000000000", STATUS_BAD_TYPE, 32, -1},
+         "0100000000000000852a6466000000000300000000000000000000000000000000000000", STATUS_BAD_TYPE, 32, 77},
         {"binder of mere words", kBinder, "852a6273130100000800000000000000080000000000000000000000", STATUS_BAD_TYPE,
          24, kNotAsked},
 
+        {"header: -5 alone", kHeader, "fbffffff", STATUS_NOT_ENOUGH_DATA, 4, EX_TRANSACTION_FAILED},
+        {"header: -8 alone", kHeader, "f8ffffff", STATUS_NOT_ENOUGH_DATA, 4, EX_TRANSACTION_FAILED},
+        {"header: 7 alone", kHeader, "07000000", STATUS_NOT_ENOUGH_DATA, 4, EX_TRANSACTION_FAILED},
+        {"header: -129 alone", kHeader, "7fffffff", STATUS_NOT_ENOUGH_DATA, 4, EX_TRANSACTION_FAILED},
         {"header: cut", kHeader, "fdffffff0100000061000000", STATUS_NOT_ENOUGH_DATA, 12, EX_TRANSACTION_FAILED},
         {"header: exception", kHeader, "fdffffff010000006100000000000000", STATUS_OK, 16, EX_ILLEGAL_ARGUMENT},
+        {"header: unknown exception", kHeader, "07000000ffffffff00000000", STATUS_OK, 12, EX_TRANSACTION_FAILED},
+        {"header: null message", kHeader, "fdffffffffffffff00000000", STATUS_OK, 12, EX_ILLEGAL_ARGUMENT},
+        {"header: stack trace", kHeader, "fdffffffffffffff04000000aaaaaaaa", STATUS_OK, 16, EX_ILLEGAL_ARGUMENT},
+        {"header: no trace of -1", kHeader, "fdffffffffffffffffffffff", STATUS_UNKNOWN_ERROR, 12,
+         EX_TRANSACTION_FAILED},
+        {"header: trace too long", kHeader, "fdffffffffffffff05000000aaaaaaaa", STATUS_UNKNOWN_ERROR, 12,
+         EX_TRANSACTION_FAILED},
+        {"header: service's value", kHeader, "f8ffffffffffffff000000002a000000", STATUS_OK, 16, EX_SERVICE_SPECIFIC},
+        {"header: service's, no value", kHeader, "f8ffffffffffffff00000000", STATUS_NOT_ENOUGH_DATA, 12,
+         EX_TRANSACTION_FAILED},
+        {"header: parcelable", kHeader, "f7ffffffffffffff0000000008000000bbbbbbbbcccccccc", STATUS_OK, 20,
+         EX_PARCELABLE},
+        {"header: reply header, no exception", kHeader, "80ffffff08000000bbbbbbbbcccccccc", STATUS_OK, 12, EX_NONE},
+        {"header: reply header too long", kHeader, "80ffffff08000000bbbbbbbb", STATUS_UNKNOWN_ERROR, 8,
+         EX_TRANSACTION_FAILED},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -163,10 +185,14 @@ TEST(Parcel, WritesTheDevicesBytesOrNothing) {
                   nullptr);
     expectWritten("00000000", STATUS_OK, AParcel_writeParcelFileDescriptor, -1);
     expectWritten("", STATUS_UNKNOWN_ERROR, AParcel_writeParcelFileDescriptor, -2);
+    expectWritten("01000000", STATUS_UNKNOWN_ERROR, AParcel_writeParcelFileDescriptor, 999);  // is not open
     expectWritten("", STATUS_DEAD_OBJECT, AParcel_writeStatusHeader, Status::fromStatus(STATUS_DEAD_OBJECT).get());
     expectWritten("", STATUS_UNKNOWN_ERROR, AParcel_writeStatusHeader, Status::fromStatus(-5).get());
     expectWritten("fbffffff010000006100000000000000", STATUS_OK, AParcel_writeStatusHeader,
                   Status::fromExceptionCodeWithMessage(EX_ILLEGAL_STATE, "a").get());
+    expectWritten("00000000", STATUS_OK, AParcel_writeStatusHeader, Status::ok().get());
+    expectWritten("f7ffffff00000000000000000000000000000000", STATUS_OK, AParcel_writeStatusHeader,
+                  Status::fromExceptionCode(EX_PARCELABLE).get());
     expectWritten("f8ffffff00000000000000000000000009000000", STATUS_OK, AParcel_writeStatusHeader,
                   Status::fromServiceSpecificError(9).get());
 }
@@ -195,23 +221,85 @@ TEST(Parcel, StringsCrossTheEncodingsAsMeasured) {
     EXPECT_EQ(23, count);
 }
 
+TEST(Status, OnlyListedNumbersCross) {
+    using Status = ndk::ScopedAStatus;
+    const struct {
+        Status status;
+        binder_exception_t exception;
+        binder_status_t number;
+        const char* description;
+    } cases[] = {
+        {Status::ok(), EX_NONE, STATUS_OK, "No error"},
+        {Status::fromStatus(STATUS_OK), EX_NONE, STATUS_OK, "No error"},
+        {Status::fromStatus(-5), -129, STATUS_UNKNOWN_ERROR, "Status(-129, EX_TRANSACTION_FAILED): 'UNKNOWN_ERROR: '"},
+        {Status::fromStatus(-32), -129, STATUS_DEAD_OBJECT, "Status(-129, EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '"},
+        {Status::fromExceptionCode(EX_PARCELABLE), -9, STATUS_OK, "Status(-9, EX_PARCELABLE): ''"},
+        {Status::fromExceptionCodeWithMessage(-5, "a"), -5, STATUS_OK, "Status(-5, EX_ILLEGAL_STATE): 'a'"},
+        {Status::fromServiceSpecificErrorWithMessage(9, "a"), -8, STATUS_OK, "Status(-8, EX_SERVICE_SPECIFIC): '9: a'"},
+    };
+    for (const auto& [status, exception, number, description] : cases) {
+        EXPECT_EQ(exception, status.getExceptionCode()) << description;
+        EXPECT_EQ(number, status.getStatus()) << description;
+        EXPECT_EQ(description, status.getDescription());
+    }
+    for (const binder_exception_t unknown : {-10, -128, -129, 3}) {
+        const Status status = Status::fromExceptionCode(unknown);
+        EXPECT_EQ(EX_TRANSACTION_FAILED, status.getExceptionCode()) << unknown;
+        EXPECT_EQ(STATUS_FAILED_TRANSACTION, status.getStatus()) << unknown;
+    }
+}
+
 TEST(Parcel, PositionsAndRawBytes) {
     const ndk::ScopedAParcel parcel = parcelOf("0102030405");
     EXPECT_EQ(STATUS_BAD_VALUE, AParcel_setDataPosition(parcel.get(), -1));
     EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), 12));
-    EXPECT_EQ("010203040500000000000000", bytesOf(parcel.get())) << "a position past the end counts as size";
+    EXPECT_EQ(12, AParcel_getDataSize(parcel.get())) << "a position past the end counts as size";
+    uint8_t bytes[12];
+    for (const auto& [start, length] : {std::pair<size_t, size_t>{8, 1}, {0, 9}, {SIZE_MAX, 1}, {1, SIZE_MAX}}) {
+        EXPECT_EQ(STATUS_BAD_VALUE, AParcel_marshal(parcel.get(), bytes, start, length));
+    }
     AParcel_setDataPosition(parcel.get(), 2);
     EXPECT_EQ(STATUS_OK, AParcel_writeInt32(parcel.get(), -1));
     EXPECT_EQ("0102ffffffff0000", bytesOf(parcel.get())) << "an odd place is written all the same";
     AParcel_setDataPosition(parcel.get(), INT32_MAX);
     EXPECT_EQ(STATUS_NO_MEMORY, AParcel_writeInt32(parcel.get(), 1));
     AParcel_setDataPosition(parcel.get(), 0);
-    uint8_t byte = 0;
-    for (const auto& [start, length] : {std::pair<size_t, size_t>{8, 1}, {0, 9}, {SIZE_MAX, 1}, {1, SIZE_MAX}}) {
-        EXPECT_EQ(STATUS_BAD_VALUE, AParcel_marshal(parcel.get(), &byte, start, length));
-    }
-    AParcel_writeParcelFileDescriptor(parcel.get(), STDIN_FILENO);
-    EXPECT_EQ(STATUS_INVALID_OPERATION, AParcel_marshal(parcel.get(), &byte, 0, 1)) << "objects are no bytes";
+    const ndk::ScopedFileDescriptor lowest(dup(STDIN_FILENO));
+    EXPECT_EQ(STATUS_OK, AParcel_writeParcelFileDescriptor(parcel.get(), STDIN_FILENO));
+    EXPECT_EQ(lowest.get() + 1, ndk::ScopedFileDescriptor(dup(STDIN_FILENO)).get()) << "its own has a high number";
+    EXPECT_EQ(STATUS_INVALID_OPERATION, AParcel_marshal(parcel.get(), bytes, 0, 1)) << "objects are no bytes";
+}
+
+// The few functions of a VM that a Java parcel needs.
+std::string thrown;
+AParcel* native;
+
+TEST(Parcel, AJavaParcelIsSharedAsLongAsItIsNotRecycled) {
+    JNINativeInterface table{};
+    table.GetObjectClass = [](JNIEnv*, jobject object) { return static_cast<jclass>(object); };
+    table.GetFieldID = [](JNIEnv*, jclass, const char*, const char*) { return reinterpret_cast<jfieldID>(&native); };
+    table.DeleteLocalRef = [](JNIEnv*, jobject) {};
+    table.GetLongField = [](JNIEnv*, jobject, jfieldID) { return reinterpret_cast<jlong>(native); };
+    table.FindClass = [](JNIEnv* env, const char* name) {
+        thrown = name;
+        return reinterpret_cast<jclass>(env);
+    };
+    table.ThrowNew = [](JNIEnv*, jclass, const char*) {
+        thrown += " thrown";
+        return jint{0};
+    };
+    JNIEnv env{&table};
+    const auto object = reinterpret_cast<jobject>(&env);
+    EXPECT_EQ(nullptr, AParcel_fromJavaParcel(&env, nullptr));
+    EXPECT_EQ("", thrown);
+    EXPECT_EQ(nullptr, AParcel_fromJavaParcel(&env, object)) << "recycled";
+    EXPECT_EQ("java/lang/IllegalStateException thrown", thrown);
+
+    const ndk::ScopedAParcel owner = parcelOf("0100000002000000");
+    native = owner.get();
+    int32_t word = 0;
+    EXPECT_EQ(STATUS_OK, AParcel_readInt32(ndk::ScopedAParcel(AParcel_fromJavaParcel(&env, object)).get(), &word));
+    EXPECT_EQ(4, AParcel_getDataPosition(owner.get())) << "reading through the view moves the Java parcel";
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -20,18 +21,11 @@
 
 namespace peer {
 
-// Looks again and again for up to ten seconds.
-bool eventually(const auto& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    bool met = false;
-    while (!(met = condition()) && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return met;
-}
+using std::chrono::milliseconds;
 
 inline constexpr const char* kDescriptor = "test.IPeer";
 inline constexpr const char* kName = "test.IPeer/default";
+inline constexpr const char* kUnmarked = "test.IPeer/unmarked";  // beside the first, without the VINTF mark
 
 // What a peer can be asked. Arguments and answers are int32 unless said otherwise.
 enum Code : transaction_code_t {
@@ -40,15 +34,22 @@ enum Code : transaction_code_t {
     kNotes,      // answers for each note: number, calling pid, and how many were under way with it
     kHold,       // holds the strong binder
     kGiveBack,   // answers the held strong binder
-    kNewBinder,  // answers a new strong binder of its own
+    kNewBinder,  // answers a new strong binder of its own; marked if the argument is not 0
     kAnswer,     // its status is the argument
+    kFill,       // answers a byte array of this length
     kDie,        // ends the process without an answer
     kEnd,        // ends the process in order; answers when its static destructors run, which take ten seconds
 };
 
-// How many binders of this class live here.
-inline std::atomic<int> living{0};
+// Looks again and again for up to ten seconds.
+bool eventually(const auto& condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    bool met = false;
+    while (!(met = condition()) && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(milliseconds(5));
+    return met;
+}
 
+inline std::atomic<int> living{0};       // binders of this class
 inline std::atomic<bool> asked{false};   // to end in order
 inline std::atomic<bool> ending{false};  // static destructors run
 
@@ -67,19 +68,19 @@ struct Implementation {
     Implementation() { ++living; }
     ~Implementation() { --living; }
 
-    binder_status_t note(int32_t number, int32_t milliseconds) {
+    binder_status_t note(int32_t number, int32_t duration) {
         {
             const std::lock_guard guard(lock);
             notes.push_back({number, AIBinder_getCallingPid(), ++underWay});
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+        std::this_thread::sleep_for(milliseconds(duration));
         const std::lock_guard guard(lock);
         --underWay;
         return STATUS_OK;
     }
 };
 
-ndk::SpAIBinder newBinder();
+ndk::SpAIBinder newBinder(bool marked = true);
 
 inline binder_status_t onTransact(AIBinder* binder, transaction_code_t code, const AParcel* in, AParcel* out) {
     sigset_t blocked;  // nothing: every pool thread takes the program's signals
@@ -108,24 +109,37 @@ inline binder_status_t onTransact(AIBinder* binder, transaction_code_t code, con
             return STATUS_OK;
         case kHold: std::swap(self.held, given); return STATUS_OK;
         case kGiveBack: return AParcel_writeStrongBinder(out, self.held.get());
-        case kNewBinder: return AParcel_writeStrongBinder(out, newBinder().get());
+        case kNewBinder: return AParcel_writeStrongBinder(out, newBinder(first != 0).get());
         case kAnswer: return first;
+        case kFill: return AParcel_writeByteArray(out, std::vector<int8_t>(static_cast<size_t>(first)).data(), first);
         case kDie: _exit(3);
         default: return STATUS_UNKNOWN_TRANSACTION;
     }
 }
 
+// Says its arguments.
+inline binder_status_t onDump(AIBinder*, int fd, const char** args, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        if (write(fd, args[i], std::strlen(args[i])) < 0) return STATUS_UNKNOWN_ERROR;
+    }
+    return STATUS_OK;
+}
+
 inline AIBinder_Class* binderClass() {
-    static AIBinder_Class* const clazz = AIBinder_Class_define(
-        kDescriptor, [](void*) -> void* { return new Implementation; },
-        [](void* data) { delete static_cast<Implementation*>(data); }, onTransact);
+    static AIBinder_Class* const clazz = [] {
+        AIBinder_Class* const made = AIBinder_Class_define(
+            kDescriptor, [](void*) -> void* { return new Implementation; },
+            [](void* data) { delete static_cast<Implementation*>(data); }, onTransact);
+        AIBinder_Class_setOnDump(made, onDump);
+        return made;
+    }();
     return clazz;
 }
 
 // A binder of this class in this process.
-inline ndk::SpAIBinder newBinder() {
+inline ndk::SpAIBinder newBinder(bool marked) {
     ndk::SpAIBinder binder(AIBinder_new(binderClass(), nullptr));
-    AIBinder_markVintfStability(binder.get());
+    if (marked) AIBinder_markVintfStability(binder.get());
     return binder;
 }
 
@@ -178,22 +192,18 @@ inline std::vector<Note> notesOf(const ndk::SpAIBinder& binder) {
     return notes;
 }
 
-// A process of this name and service.
-struct Service : orvix_test::Process {
-    explicit Service(const char* name) : Process({"--peer", name}) {}
-};
-
-// What such a process does.
-inline int serve(const char* name) {
+// What a process of the service does.
+inline int serve() {
     static const struct Last {  // of all destructors, being the first to be made
         ~Last() {
             ending = true;
             std::this_thread::sleep_for(std::chrono::seconds(10));
         }
     } last;
-    const ndk::SpAIBinder binder = newBinder();
     ABinderProcess_startThreadPool();
-    if (AServiceManager_addService(binder.get(), name) != EX_NONE) return 2;
+    for (const char* name : {kUnmarked, kName}) {
+        if (AServiceManager_addService(newBinder(name == kName).get(), name) != EX_NONE) return 2;
+    }
     asked.wait(false);
     return 0;
 }

@@ -57,8 +57,13 @@ std::vector<uint8_t> copyRange(JNIEnv* env, jbyteArray array, jint offset, jint 
 }
 
 jbyteArray marshall(JNIEnv* env, jobject, jlong ptr) {
-    std::vector<uint8_t> bytes(static_cast<size_t>(AParcel_getDataSize(parcelOf(ptr))));
-    const binder_status_t status = AParcel_marshal(parcelOf(ptr), bytes.data(), 0, bytes.size());
+    // A position past the end counts as size, but there is nothing to marshal; nor is there in an empty parcel.
+    AParcel* const parcel = parcelOf(ptr);
+    const int32_t position = AParcel_getDataPosition(parcel);
+    AParcel_setDataPosition(parcel, 0);
+    std::vector<uint8_t> bytes(static_cast<size_t>(AParcel_getDataSize(parcel)));
+    AParcel_setDataPosition(parcel, position);
+    const binder_status_t status = bytes.empty() ? STATUS_OK : AParcel_marshal(parcel, bytes.data(), 0, bytes.size());
     return succeeded(env, status, "Marshalling the parcel") ? newByteArray(env, bytes) : nullptr;
 }
 

@@ -107,35 +107,35 @@ bool Connection::send(Outgoing frame) {
         }
         frame.sent = static_cast<size_t>(sent);
         if (frame.sent == frame.bytes.size()) return true;
-        wantToWrite(*this, true);
+        mBacklog = true;
+        wakeReader();
     }
     mQueuedBytes += frame.bytes.size();
-    if (mQueue.size() > 1 && frame.descriptors.empty()) {
-        // Many small frames cost little more than their bytes this way.
-        std::vector<uint8_t>& last = mQueue.back().bytes;
-        last.insert(last.end(), frame.bytes.begin(), frame.bytes.end());
-    } else {
-        mQueue.push_back(std::move(frame));
-    }
+    mQueue.push_back(std::move(frame));
     // Too much is as bad as a broken rule.
     if (mQueuedBytes > kMaxQueued) shutdown(mSocket.get(), SHUT_RDWR);
     return true;
 }
 
-bool Connection::flush() {
+void Connection::flush() {
     const std::lock_guard lock(mLock);
     while (!mQueue.empty()) {
         Outgoing& frame = mQueue.front();
         const ssize_t sent = sendSome(frame);
         // The peer's last words may still be unread: its end is noticed when reading.
-        if (sent <= 0) return true;
+        if (sent <= 0) return;
         frame.sent += static_cast<size_t>(sent);
-        if (frame.sent < frame.bytes.size()) continue;
+        if (frame.sent < frame.bytes.size()) return;
         mQueuedBytes -= frame.bytes.size();
         mQueue.pop_front();
     }
-    wantToWrite(*this, false);
-    return true;
+    mBacklog = false;
+}
+
+bool Connection::peerLives() {
+    const std::lock_guard lock(mLock);
+    pollfd gone{mSocket.get(), POLLRDHUP, 0};
+    return mOpen && poll(&gone, 1, 0) == 0;
 }
 
 binder_status_t Connection::transact(const RemoteBinder& target, uint32_t code, const Parcel& in, Parcel& out,
@@ -395,7 +395,6 @@ void Connection::close() {
     {
         const std::lock_guard lock(mLock);
         mOpen = false;
-        stopWatching(*this);
         mSocket.set(-1);
         mQueue.clear();
         mQueuedBytes = 0;

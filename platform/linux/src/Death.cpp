@@ -1,11 +1,11 @@
 #include "Death.h"
 
 #include <android/binder_ibinder.h>
+#include <android/log.h>
 
 #include <algorithm>
-#include <list>
+#include <memory>
 #include <mutex>
-#include <utility>
 #include <vector>
 
 #include "Faults.h"
@@ -20,142 +20,126 @@ struct AIBinder_DeathRecipient {
 namespace standin {
 namespace {
 
-// Linked until it is ended from outside or its delivery begins. While it is delivered the binder and the recipient may
-// go; only what the delivery has copied is used then.
+// However it ends (refused, unlinked, told, or in silence), the last use of the cookie is its destructor's.
 struct Link {
-    uint64_t id;
-    const RemoteBinder* binder;
-    const AIBinder_DeathRecipient* recipient;
-    void* cookie;
+    const RemoteBinder* const binder;
+    const AIBinder_DeathRecipient* const recipient;
+    void* const cookie;
+    const AIBinder_DeathRecipient_onBinderDied onDied;
+    const AIBinder_DeathRecipient_onBinderUnlinked onUnlinked;
     bool delivering = false;
-};
 
-using Unlinked = std::pair<AIBinder_DeathRecipient_onBinderUnlinked, void*>;
-
-class Links {
-  public:
-    static Links& get() {
-        static Links* const links = new Links;
-        return *links;
-    }
-
-    binder_status_t link(const RemoteBinder& binder, const AIBinder_DeathRecipient& recipient, void* cookie) {
-        const std::lock_guard lock(mLock);
-        if (binder.deathTold) return STATUS_DEAD_OBJECT;
-        if (find(binder, recipient, cookie) != mLinks.end()) return STATUS_OK;
-        mLinks.push_back({++mLastId, &binder, &recipient, cookie});
-        // The peer may be gone already, and nobody was told. A connection closes first and asks for the lock then, so
-        // one of the two sees the other; where both do, the second delivery finds nothing.
-        if (!binder.connection->isOpen()) postDelivery(mLastId);
-        return STATUS_OK;
-    }
-
-    binder_status_t unlink(const RemoteBinder& binder, const AIBinder_DeathRecipient& recipient, void* cookie) {
-        std::unique_lock lock(mLock);
-        const auto found = find(binder, recipient, cookie);
-        if (found == mLinks.end()) return STATUS_NAME_NOT_FOUND;
-        if (found->delivering) return STATUS_DEAD_OBJECT;
-        const auto onUnlinked = recipient.onUnlinked;
-        mLinks.erase(found);
-        lock.unlock();
+    ~Link() {
         if (onUnlinked != nullptr) onUnlinked(cookie);
-        return STATUS_OK;
     }
+};
+using Links = std::vector<std::shared_ptr<Link>>;
 
-    void setOnUnlinked(AIBinder_DeathRecipient& recipient, AIBinder_DeathRecipient_onBinderUnlinked onUnlinked) {
-        const std::lock_guard lock(mLock);
-        recipient.onUnlinked = onUnlinked;
-    }
+// Those whose binder and recipient exist: a link that is being delivered may have lost them and then is not here.
+struct Registry {
+    std::mutex lock;
+    Links links;
+};
+Registry& registry() {
+    static auto* const all = new Registry;
+    return *all;
+}
 
-    template <typename Chosen>
-    void endIf(Chosen chosen) {
-        std::vector<Unlinked> ended;
-        {
-            const std::lock_guard lock(mLock);
-            for (auto link = mLinks.begin(); link != mLinks.end();) {
-                const auto here = link++;
-                if (!chosen(*here)) continue;
-                if (here->delivering) {
-                    // Its names may soon be those of others.
-                    here->binder = nullptr;
-                    here->recipient = nullptr;
-                } else {
-                    ended.emplace_back(here->recipient->onUnlinked, here->cookie);
-                    mLinks.erase(here);
-                }
-            }
-        }
-        for (const auto& [onUnlinked, cookie] : ended) {
-            if (onUnlinked != nullptr) onUnlinked(cookie);
-        }
-    }
+// They leave the registry, and end with the answer.
+Links take(auto matches) {
+    const std::lock_guard lock(registry().lock);
+    Links& links = registry().links;
+    const auto rest =
+        std::stable_partition(links.begin(), links.end(), [&](const auto& each) { return !matches(each); });
+    Links taken(std::make_move_iterator(rest), std::make_move_iterator(links.end()));
+    links.erase(rest, links.end());
+    return taken;
+}
 
-    void announce(const Connection& connection) {
-        const std::lock_guard lock(mLock);
-        for (const Link& link : mLinks) {
-            if (!link.delivering && link.binder->connection.get() == &connection) {
-                postDelivery(link.id);
-            }
-        }
-    }
-
-  private:
-    void postDelivery(uint64_t id) {
-        post([this, id] { deliver(id); });
-    }
-
-    void deliver(uint64_t id) {
-        std::unique_lock lock(mLock);
-        const auto link = std::find_if(mLinks.begin(), mLinks.end(), [&](const Link& each) { return each.id == id; });
-        if (link == mLinks.end() || link->delivering) return;
+void deliver(const std::shared_ptr<Link>& link) {
+    {
+        const std::lock_guard lock(registry().lock);
+        const Links& links = registry().links;
+        if (link->delivering || std::find(links.begin(), links.end(), link) == links.end()) return;
         link->delivering = true;
         link->binder->deathTold = true;
-        const auto onDied = link->recipient->onDied;
-        const Unlinked unlinked(link->recipient->onUnlinked, link->cookie);
-        lock.unlock();
-        onDied(unlinked.second);
-        lock.lock();
-        mLinks.erase(link);
-        lock.unlock();
-        if (unlinked.first != nullptr) unlinked.first(unlinked.second);
+        link->binder->alive = false;
     }
+    link->onDied(link->cookie);
+    take([&](const auto& each) { return each == link; });
+}
 
-    std::list<Link>::iterator find(const RemoteBinder& binder, const AIBinder_DeathRecipient& recipient, void* cookie) {
-        return std::find_if(mLinks.begin(), mLinks.end(), [&](const Link& link) {
-            return link.binder == &binder && link.recipient == &recipient && link.cookie == cookie;
-        });
-    }
+void postDelivery(const std::shared_ptr<Link>& link) {
+    post([weak = std::weak_ptr(link)] {
+        if (const std::shared_ptr<Link> stillThere = weak.lock()) deliver(stillThere);
+    });
+}
 
-    std::mutex mLock;
-    std::list<Link> mLinks;
-    uint64_t mLastId = 0;
-};
+Links::iterator find(const AIBinder* binder, const AIBinder_DeathRecipient* recipient, const void* cookie) {
+    Links& links = registry().links;
+    return std::find_if(links.begin(), links.end(), [&](const auto& link) {
+        return link->binder == binder && link->recipient == recipient && link->cookie == cookie;
+    });
+}
+
+binder_status_t link(const RemoteBinder* binder, const AIBinder_DeathRecipient* recipient, void* cookie) {
+    std::shared_ptr<Link> made;  // ends after the lock
+    const std::lock_guard lock(registry().lock);
+    if (find(binder, recipient, cookie) != registry().links.end()) return STATUS_OK;
+    made.reset(new Link{binder, recipient, cookie, recipient->onDied, recipient->onUnlinked});
+    if (const auto fault = standin::fault("linkToDeath")) return *fault;
+    if (binder == nullptr) return STATUS_INVALID_OPERATION;
+    if (binder->deathTold) return STATUS_DEAD_OBJECT;
+    registry().links.push_back(made);
+    // The peer may be gone already, and nobody was told. A connection closes first and asks for the lock then, so one
+    // of the two sees the other; where both do, the second delivery finds nothing.
+    if (!binder->connection->isOpen()) postDelivery(made);
+    return STATUS_OK;
+}
+
+binder_status_t unlink(const AIBinder* binder, const AIBinder_DeathRecipient* recipient, const void* cookie) {
+    std::shared_ptr<Link> taken;  // ends after the lock
+    const std::lock_guard lock(registry().lock);
+    const auto found = find(binder, recipient, cookie);
+    if (found == registry().links.end()) return STATUS_NAME_NOT_FOUND;
+    if ((*found)->delivering) return STATUS_DEAD_OBJECT;
+    taken = std::move(*found);
+    registry().links.erase(found);
+    return STATUS_OK;
+}
 
 }  // namespace
 
-void announceDeath(const Connection& connection) { Links::get().announce(connection); }
+void announceDeath(const Connection& connection) {
+    const std::lock_guard lock(registry().lock);
+    for (const auto& link : registry().links) {
+        if (link->binder->connection.get() == &connection) postDelivery(link);
+    }
+}
 void unlinkAll(const RemoteBinder& binder) {
-    Links::get().endIf([&](const Link& link) { return link.binder == &binder; });
+    take([&](const auto& link) { return link->binder == &binder; });
 }
 
 }  // namespace standin
 
-using standin::Links;
-
 binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
     if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
-    if (const auto fault = standin::fault("linkToDeath")) return *fault;
-    const standin::RemoteBinder* remote = binder->asRemote();
-    return remote == nullptr ? binder_status_t{STATUS_INVALID_OPERATION}
-                             : Links::get().link(*remote, *recipient, cookie);
+    if (cookie != nullptr && recipient->onUnlinked == nullptr) {
+        __android_log_print(ANDROID_LOG_WARN, standin::kLogTag,
+                            "linkToDeath: non-null cookie and no onUnlink callback set");
+    }
+    return standin::link(binder->asRemote(), recipient, cookie);
 }
 
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
     if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     if (const auto fault = standin::fault("unlinkToDeath")) return *fault;
-    const standin::RemoteBinder* remote = binder->asRemote();
-    return remote == nullptr ? binder_status_t{STATUS_INVALID_OPERATION}
-                             : Links::get().unlink(*remote, *recipient, cookie);
+    if (binder->asRemote() == nullptr) return STATUS_INVALID_OPERATION;
+    const binder_status_t status = standin::unlink(binder, recipient, cookie);
+    if (status == STATUS_DEAD_OBJECT) {
+        __android_log_print(ANDROID_LOG_ERROR, standin::kLogTag, "unlinkToDeath: unlink failed: DEAD_OBJECT");
+    }
+    return status;
 }
 
 AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(AIBinder_DeathRecipient_onBinderDied onBinderDied) {
@@ -163,10 +147,10 @@ AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(AIBinder_DeathRecipient_onB
 }
 void AIBinder_DeathRecipient_setOnUnlinked(AIBinder_DeathRecipient* recipient,
                                            AIBinder_DeathRecipient_onBinderUnlinked onUnlinked) {
-    Links::get().setOnUnlinked(*recipient, onUnlinked);
+    recipient->onUnlinked = onUnlinked;
 }
 void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
     if (recipient == nullptr) return;
-    Links::get().endIf([&](const standin::Link& link) { return link.recipient == recipient; });
+    standin::take([&](const auto& link) { return link->recipient == recipient; });
     delete recipient;
 }

@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <string_view>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t kMaxMessage = 1024;  // with its terminator, as on the device
 
-std::atomic<__android_logger_function> logger{__android_log_logd_logger};
+std::atomic<__android_logger_function> logger{__android_log_stderr_logger};
 
 std::string prefixOf(int32_t priority, const char* tag) {
     timeval now{};
@@ -49,44 +49,15 @@ void __android_log_stderr_logger(const struct __android_log_message* log_message
     if (write(STDERR_FILENO, lines.data(), lines.size()) < 0) return;
 }
 
-void __android_log_logd_logger(const struct __android_log_message* log_message) {
-    __android_log_stderr_logger(log_message);
-}
-
 void __android_log_set_logger(__android_logger_function function) { logger = function; }
 
-void __android_log_write_log_message(struct __android_log_message* log_message) {
-    if (const __android_logger_function function = logger) function(log_message);
-}
-
-int __android_log_write(int prio, const char* tag, const char* text) {
-    __android_log_message message{sizeof(message), LOG_ID_DEFAULT, prio, tag, nullptr, 0, text};
-    __android_log_write_log_message(&message);
-    return 1;
-}
-
-int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
-    char text[kMaxMessage];
-    std::vsnprintf(text, sizeof(text), fmt, ap);  // NOLINT(clang-analyzer-valist.Uninitialized): the caller's
-    return __android_log_write(prio, tag, text);
-}
-
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    char text[kMaxMessage];
     va_list arguments;
     va_start(arguments, fmt);
-    const int result = __android_log_vprint(prio, tag, fmt, arguments);
+    std::vsnprintf(text, sizeof(text), fmt, arguments);
     va_end(arguments);
-    return result;
-}
-
-void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...) {
-    if (fmt != nullptr) {
-        va_list arguments;
-        va_start(arguments, fmt);
-        __android_log_vprint(ANDROID_LOG_FATAL, tag, fmt, arguments);
-        va_end(arguments);
-    } else {
-        __android_log_print(ANDROID_LOG_FATAL, tag, "Assertion failed: %s", cond == nullptr ? "(unknown)" : cond);
-    }
-    std::abort();
+    const __android_log_message message{sizeof(message), LOG_ID_DEFAULT, prio, tag, nullptr, 0, text};
+    if (const __android_logger_function function = logger) function(&message);
+    return 1;
 }

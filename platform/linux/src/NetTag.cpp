@@ -1,6 +1,5 @@
 #include <android/multinetwork.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -13,6 +12,3 @@ int android_tag_socket_with_uid(int sockfd, uint32_t, uid_t) {
     if (fstat(sockfd, &info) != 0) return -errno;
     return S_ISSOCK(info.st_mode) ? 0 : -ENOTSOCK;
 }
-
-int android_tag_socket(int sockfd, uint32_t tag) { return android_tag_socket_with_uid(sockfd, tag, getuid()); }
-int android_untag_socket(int sockfd) { return android_tag_socket(sockfd, 0); }

@@ -4,6 +4,7 @@
 #include <android/log.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <deque>
 #include <utility>
 #include <vector>
@@ -58,7 +59,6 @@ binder_status_t LocalBinder::transact(transaction_code_t code, AParcel& in, APar
     const AIBinder_Class* const mine = clazz;
     in.content->position = 0;
     switch (code) {
-        case kPing: return STATUS_OK;
         case kDump: return readAndDump(this, in);
         case kDescriptor:
             return out.content->writeString(mine->descriptor.data(), static_cast<int32_t>(mine->descriptor.size()));
@@ -75,7 +75,11 @@ void RemoteBinder::end() {
 }
 
 binder_status_t RemoteBinder::transact(transaction_code_t code, AParcel& in, AParcel& out, binder_flags_t flags) {
-    return connection->transact(*this, code, *in.content, *out.content, (flags & FLAG_ONEWAY) != 0);
+    if (!alive) return STATUS_DEAD_OBJECT;
+    const auto status = connection->transact(*this, code, *in.content, *out.content, (flags & FLAG_ONEWAY) != 0);
+    // Also where a living peer answers so.
+    if (status == STATUS_DEAD_OBJECT) alive = false;
+    return status;
 }
 
 }  // namespace standin
@@ -112,14 +116,7 @@ bool AIBinder_isRemote(const AIBinder* binder) { return binder != nullptr && bin
 bool AIBinder_isAlive(const AIBinder* binder) {
     if (binder == nullptr) return false;
     const standin::RemoteBinder* remote = binder->asRemote();
-    return remote == nullptr || remote->connection->isOpen();
-}
-
-binder_status_t AIBinder_ping(AIBinder* binder) {
-    if (binder == nullptr) return STATUS_UNEXPECTED_NULL;
-    AParcel in;
-    AParcel out;
-    return binder->transact(standin::kPing, in, out, 0);
+    return remote == nullptr || remote->alive;
 }
 
 binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
@@ -139,7 +136,6 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
 
 uid_t AIBinder_getCallingUid() { return currentCall == nullptr ? getuid() : currentCall->uid; }
 pid_t AIBinder_getCallingPid() { return currentCall == nullptr ? getpid() : currentCall->pid; }
-bool AIBinder_isHandlingTransaction() { return currentCall != nullptr; }
 
 void AIBinder_incStrong(AIBinder* binder) {
     if (binder != nullptr) ++binder->strong;
@@ -149,7 +145,6 @@ void AIBinder_decStrong(AIBinder* binder) {
     binder->end();
     binder->decWeak();
 }
-int32_t AIBinder_debugGetRefCount(AIBinder* binder) { return binder == nullptr ? -1 : binder->strong.load(); }
 
 bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {
     if (binder == nullptr || clazz == nullptr) return false;
@@ -175,7 +170,8 @@ void* AIBinder_getUserData(AIBinder* binder) {
     return local == nullptr ? nullptr : local->userData;
 }
 void AIBinder_markVintfStability(AIBinder* binder) {
-    if (binder != nullptr && binder->asLocal() != nullptr) binder->stability = standin::kVintfStability;
+    if (binder == nullptr) std::abort();
+    if (binder->asLocal() != nullptr) binder->stability = standin::kVintfStability;
 }
 
 binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {

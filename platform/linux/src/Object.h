@@ -19,7 +19,6 @@ struct RemoteBinder;
 
 // Transactions that every binder answers by itself; the codes lie outside the user's range.
 enum MetaTransaction : transaction_code_t {
-    kPing = 0x5f504e47,        // "_PNG"
     kDump = 0x5f444d50,        // "_DMP"
     kDescriptor = 0x5f4e5446,  // "_NTF"
 };
@@ -91,9 +90,10 @@ struct LocalBinder final : AIBinder {
 // One object for each binder of a peer, as long as anybody holds it.
 struct RemoteBinder final : AIBinder {
     const std::shared_ptr<Connection> connection;
-    const uint32_t id;               // the peer's
-    uint64_t received = 1;           // how often the peer has given it away to us; guarded by the connection
-    mutable bool deathTold = false;  // to anybody who was linked; guarded by the links
+    const uint32_t id;                      // the peer's
+    uint64_t received = 1;                  // how often the peer has given it away to us; guarded by the connection
+    mutable std::atomic<bool> alive{true};  // until a call or a link has shown the contrary
+    mutable bool deathTold = false;         // to anybody who was linked; guarded by the links
 
     RemoteBinder(std::shared_ptr<Connection> itsConnection, uint32_t itsId, int32_t itsStability)
         : AIBinder(nullptr, itsStability), connection(std::move(itsConnection)), id(itsId) {}

@@ -297,11 +297,10 @@ int32_t AParcel_getDataSize(const AParcel* parcel) { return static_cast<int32_t>
 binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t start, size_t len) {
     const Parcel& from = content(parcel);
     if (!from.objects.empty()) return STATUS_INVALID_OPERATION;
-    if (len > from.size() || start > from.size() - len) return STATUS_BAD_VALUE;
-    // Between the end and a position past it there is nothing yet: zeros.
-    const size_t there = start < from.bytes.size() ? std::min(len, from.bytes.size() - start) : 0;
-    if (there > 0) std::memcpy(buffer, from.bytes.data() + start, there);
-    if (len > there) std::memset(buffer + there, 0, len - there);
+    // Not size(): behind a position past the end there is nothing yet.
+    if (len > from.bytes.size() || start > from.bytes.size() - len) return STATUS_BAD_VALUE;
+    if (from.bytes.data() == nullptr) return STATUS_UNEXPECTED_NULL;  // never written
+    std::memcpy(buffer, from.bytes.data() + start, len);
     return STATUS_OK;
 }
 
@@ -396,9 +395,9 @@ binder_status_t AParcel_readStrongBinder(const AParcel* parcel, AIBinder** binde
 binder_status_t AParcel_writeParcelFileDescriptor(AParcel* parcel, int fd) {
     if (fd < -1) return STATUS_UNKNOWN_ERROR;
     if (fd == -1) return content(parcel).write(int32_t{0});
+    binder_status_t status = content(parcel).write(int32_t{1});
     ndk::ScopedFileDescriptor copy(standin::duplicateHigh(fd));
     if (copy.get() < 0) return STATUS_UNKNOWN_ERROR;
-    binder_status_t status = content(parcel).write(int32_t{1});
     if (status == STATUS_OK) status = content(parcel).write(int32_t{0});
     return status == STATUS_OK ? content(parcel).writeDescriptor(std::move(copy)) : status;
 }
@@ -407,8 +406,10 @@ binder_status_t AParcel_readParcelFileDescriptor(const AParcel* parcel, int* fd)
     int32_t mark = 0;
     binder_status_t status = content(parcel).read(&mark);
     if (status != STATUS_OK) return status;
-    *fd = -1;
-    if (mark == 0) return STATUS_OK;
+    if (mark == 0) {
+        *fd = -1;
+        return STATUS_OK;
+    }
     status = content(parcel).read(&mark);
     return status == STATUS_OK ? content(parcel).readDescriptor(fd) : status;
 }

@@ -10,5 +10,7 @@ AParcel* AParcel_fromJavaParcel(JNIEnv* env, jobject parcel) {
     if (field == nullptr) return nullptr;
     // NOLINTNEXTLINE(performance-no-int-to-ptr): Java keeps the pointer in a long.
     const auto* behind = reinterpret_cast<const AParcel*>(env->GetLongField(parcel, field));
-    return behind == nullptr ? nullptr : new AParcel{behind->content, nullptr};
+    if (behind != nullptr) return new AParcel{behind->content, nullptr};
+    env->ThrowNew(env->FindClass("java/lang/IllegalStateException"), "The parcel has been recycled");
+    return nullptr;
 }

@@ -11,6 +11,9 @@
 namespace standin {
 namespace {
 
+// Beside the first, which comes with the start.
+constexpr size_t kMaxThreads = 15;
+
 class Pool {
   public:
     static Pool& get() {
@@ -51,29 +54,28 @@ class Pool {
         growIfNeeded();
     }
 
-    bool setMax(uint32_t threads) {
-        const std::lock_guard lock(mLock);
-        if (mStarted && threads < mMaxThreads) return false;
-        mMaxThreads = threads;
-        return true;
-    }
-
-    bool started() {
-        const std::lock_guard lock(mLock);
-        return mStarted;
-    }
-
-    [[noreturn]] void join() {
-        {
-            const std::lock_guard lock(mLock);
-            ++mIdle;
-        }
-        work();
-    }
-
   private:
+    void push(Work work) {
+        mQueue.push_back(std::move(work));
+        mWake.notify_one();
+        if (mStarted) growIfNeeded();
+    }
+
+    void growIfNeeded() {
+        for (; mQueue.size() > mIdle && mThreads < kMaxThreads; ++mThreads) spawn();
+    }
+
+    void spawn() {
+        ++mIdle;
+        std::thread([this] {
+            pthread_setname_np(pthread_self(), "binder:pool");
+            pthread_sigmask(SIG_SETMASK, &mSignals, nullptr);  // the reading thread, which has none, may have made this
+            run();
+        }).detach();
+    }
+
     // The thread counts as idle already.
-    [[noreturn]] void work() {
+    [[noreturn]] void run() {
         std::unique_lock lock(mLock);
         for (;;) {
             mWake.wait(lock, [this] { return !mQueue.empty(); });
@@ -88,32 +90,11 @@ class Pool {
         }
     }
 
-    void push(Work work) {
-        mQueue.push_back(std::move(work));
-        mWake.notify_one();
-        if (mStarted) growIfNeeded();
-    }
-
-    void growIfNeeded() {
-        for (; mQueue.size() > mIdle && mThreads < mMaxThreads; ++mThreads) spawn();
-    }
-
-    void spawn() {
-        ++mIdle;
-        std::thread thread([this] {
-            pthread_setname_np(pthread_self(), "binder:pool");
-            pthread_sigmask(SIG_SETMASK, &mSignals, nullptr);  // the reading thread, which has none, may have made this
-            work();
-        });
-        thread.detach();
-    }
-
     std::mutex mLock;
     std::condition_variable mWake;
     std::deque<Work> mQueue;
     size_t mIdle = 0;
-    size_t mThreads = 0;  // made on demand, beside the first
-    size_t mMaxThreads = 15;
+    size_t mThreads = 0;  // made on demand
     bool mStarted = false;
     sigset_t mSignals{};  // the program's mask when it started the pool
 };
@@ -126,6 +107,3 @@ void postInOrder(OnewayQueue& queue, Work work) { Pool::get().postInOrder(queue,
 }  // namespace standin
 
 void ABinderProcess_startThreadPool() { standin::Pool::get().start(); }
-bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) { return standin::Pool::get().setMax(numThreads); }
-bool ABinderProcess_isThreadPoolStarted() { return standin::Pool::get().started(); }
-void ABinderProcess_joinThreadPool() { standin::Pool::get().join(); }

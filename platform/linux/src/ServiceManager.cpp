@@ -2,9 +2,8 @@
 // its id there, its stability. The link is renamed into place, so it appears whole, and replaces that of a process that
 // is no more.
 #include <android/binder_manager.h>
+#include <android/log.h>
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,7 +11,6 @@
 #include <cstdio>
 #include <map>
 #include <thread>
-#include <vector>
 
 #include "Faults.h"
 #include "Transport.h"
@@ -74,77 +72,6 @@ AIBinder* find(const char* name) {
     return binder.get();
 }
 
-// Looks out for names that appear in the folder. Closing its descriptor would keep the kernel busy for tens of
-// milliseconds, with the caller waiting: it is kept for the next one.
-class Lookout {
-  public:
-    Lookout() {
-        {
-            const std::lock_guard lock(idle().lock);
-            if (!idle().descriptors.empty()) {
-                mDescriptor = idle().descriptors.back();
-                idle().descriptors.pop_back();
-                return;
-            }
-        }
-        const ndk::ScopedFileDescriptor low(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-        mDescriptor = duplicateHigh(low.get());
-        const std::string path = "/proc/self/fd/" + std::to_string(folder());
-        if (inotify_add_watch(mDescriptor, path.c_str(), IN_MOVED_TO) >= 0) return;
-        close(mDescriptor);
-        mDescriptor = -1;
-    }
-    ~Lookout() {
-        const std::lock_guard lock(idle().lock);
-        if (mDescriptor >= 0) idle().descriptors.push_back(mDescriptor);
-    }
-    Lookout(const Lookout&) = delete;
-    Lookout& operator=(const Lookout&) = delete;
-
-    // Until something has appeared since the last time, or the time in milliseconds is over; -1: no end.
-    void wait(int milliseconds) const {
-        if (mDescriptor < 0 && milliseconds < 0) milliseconds = 100;  // the user's watches may be used up
-        pollfd change{mDescriptor, POLLIN, 0};
-        poll(&change, 1, milliseconds);
-        alignas(inotify_event) char events[4096];
-        while (read(mDescriptor, events, sizeof(events)) > 0) {
-        }
-    }
-
-  private:
-    struct Idle {
-        std::mutex lock;
-        std::vector<int> descriptors;
-    };
-    static Idle& idle() {
-        static Idle* const all = new Idle;
-        return *all;
-    }
-
-    int mDescriptor = -1;
-};
-
-// Null when the time is over; no time: never.
-AIBinder* waitFor(const char* name, std::chrono::milliseconds time = {}) {
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + time;
-    if (folder() < 0) {
-        // Nothing will ever come; a caller that asks again and again must not burn a processor.
-        std::this_thread::sleep_for(std::chrono::seconds(1));
-        return nullptr;
-    }
-    const Lookout lookout;  // before the first look, so that nothing falls between
-    for (;;) {
-        if (AIBinder* binder = find(name)) return binder;
-        int wait = -1;
-        if (time.count() > 0) {
-            wait = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count());
-            if (wait <= 0) return nullptr;
-        }
-        lookout.wait(wait);
-    }
-}
-
 }  // namespace
 
 ndk::SpAIBinder registeredBinder(uint32_t id) {
@@ -184,16 +111,21 @@ AIBinder* AServiceManager_checkService(const char* instance) {
     if (!standin::isValidName(instance) || standin::fault("checkService")) return nullptr;
     return standin::find(instance);
 }
-AIBinder* AServiceManager_getService(const char* instance) {
-    if (!standin::isValidName(instance)) return nullptr;
-    return standin::waitFor(instance, std::chrono::seconds(5));
-}
-AIBinder* AServiceManager_waitForService(const char* instance) {
-    if (!standin::isValidName(instance) || standin::fault("waitForService")) return nullptr;
-    return standin::waitFor(instance);
-}
 
-// There is no manifest here: what is registered is declared.
-bool AServiceManager_isDeclared(const char* instance) {
-    return ndk::SpAIBinder(AServiceManager_checkService(instance)).get() != nullptr;
+AIBinder* AServiceManager_waitForService(const char* instance) {
+    constexpr std::chrono::seconds kStep(1);
+    if (!standin::isValidName(instance) || standin::fault("waitForService")) return nullptr;
+    if (standin::folder() < 0) {
+        // Nothing will ever come; a caller that asks again and again must not burn a processor.
+        std::this_thread::sleep_for(kStep);
+        return nullptr;
+    }
+    for (;;) {
+        const uint64_t seen = standin::namesChanged();  // before the look, so that nothing falls between
+        if (AIBinder* binder = standin::find(instance)) return binder;
+        // The user's watches of folders may be used up: look again in any case.
+        if (!standin::waitForNames(seen, kStep)) {
+            __android_log_print(ANDROID_LOG_INFO, standin::kLogTag, "Waited one second for %s", instance);
+        }
+    }
 }

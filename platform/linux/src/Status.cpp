@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <utility>
 
 #include "Parcel.h"
 
@@ -12,18 +14,53 @@ namespace {
 // Older writers may put a header before the exception; it is skipped.
 constexpr int32_t kHasReplyHeader = -128;
 
-constexpr const char* kExceptionNames[] = {"EX_NONE",
-                                           "EX_SECURITY",
-                                           "EX_BAD_PARCELABLE",
-                                           "EX_ILLEGAL_ARGUMENT",
-                                           "EX_NULL_POINTER",
-                                           "EX_ILLEGAL_STATE",
-                                           "EX_NETWORK_MAIN_THREAD",
-                                           "EX_UNSUPPORTED_OPERATION",
-                                           "EX_SERVICE_SPECIFIC",
-                                           "EX_PARCELABLE"};
+constexpr std::pair<binder_status_t, const char*> kStatuses[] = {
+    {STATUS_OK, "OK"},
+    {STATUS_NO_MEMORY, "NO_MEMORY"},
+    {STATUS_INVALID_OPERATION, "INVALID_OPERATION"},
+    {STATUS_BAD_VALUE, "BAD_VALUE"},
+    {STATUS_BAD_TYPE, "BAD_TYPE"},
+    {STATUS_NAME_NOT_FOUND, "NAME_NOT_FOUND"},
+    {STATUS_PERMISSION_DENIED, "PERMISSION_DENIED"},
+    {STATUS_NO_INIT, "NO_INIT"},
+    {STATUS_ALREADY_EXISTS, "ALREADY_EXISTS"},
+    {STATUS_DEAD_OBJECT, "DEAD_OBJECT"},
+    {STATUS_FAILED_TRANSACTION, "FAILED_TRANSACTION"},
+    {STATUS_BAD_INDEX, "BAD_INDEX"},
+    {STATUS_NOT_ENOUGH_DATA, "NOT_ENOUGH_DATA"},
+    {STATUS_WOULD_BLOCK, "WOULD_BLOCK"},
+    {STATUS_TIMED_OUT, "TIMED_OUT"},
+    {STATUS_UNKNOWN_TRANSACTION, "UNKNOWN_TRANSACTION"},
+    {STATUS_FDS_NOT_ALLOWED, "FDS_NOT_ALLOWED"},
+    {STATUS_UNEXPECTED_NULL, "UNEXPECTED_NULL"},
+    {STATUS_UNKNOWN_ERROR, "UNKNOWN_ERROR"},
+};
+
+// Any other number is the last one.
+const auto& listed(binder_status_t status) {
+    const auto* row = std::begin(kStatuses);
+    while (row->first != status && row + 1 != std::end(kStatuses)) ++row;
+    return *row;
+}
+
+// By -exception.
+constexpr const char* kExceptions[] = {"EX_NONE",
+                                       "EX_SECURITY",
+                                       "EX_BAD_PARCELABLE",
+                                       "EX_ILLEGAL_ARGUMENT",
+                                       "EX_NULL_POINTER",
+                                       "EX_ILLEGAL_STATE",
+                                       "EX_NETWORK_MAIN_THREAD",
+                                       "EX_UNSUPPORTED_OPERATION",
+                                       "EX_SERVICE_SPECIFIC",
+                                       "EX_PARCELABLE"};
 
 bool isListed(binder_exception_t exception) { return exception <= EX_NONE && exception >= EX_PARCELABLE; }
+
+AStatus statusOf(binder_exception_t exception) {
+    if (isListed(exception)) return {.exception = exception};
+    return {.exception = EX_TRANSACTION_FAILED, .status = STATUS_FAILED_TRANSACTION};
+}
 
 // Skips a block that begins with its own size.
 binder_status_t skipBlock(standin::Parcel& parcel) {
@@ -44,9 +81,8 @@ binder_status_t readStatus(standin::Parcel& parcel, AStatus& out) {
         exception = EX_NONE;
     }
     if (status != STATUS_OK || exception == EX_NONE) return status;
-    out.exception = isListed(exception) ? exception : binder_exception_t{EX_TRANSACTION_FAILED};
-    if (out.exception == EX_TRANSACTION_FAILED) out.status = STATUS_UNKNOWN_ERROR;
-    if (!parcel.readString(out.message)) return STATUS_UNEXPECTED_NULL;
+    out = statusOf(exception);
+    (void)parcel.readString(out.message);  // one that is not there is empty
     // The remote stack trace: a size and so many bytes behind it.
     int32_t trace = 0;
     status = parcel.read(&trace);
@@ -61,29 +97,7 @@ binder_status_t readStatus(standin::Parcel& parcel, AStatus& out) {
 
 namespace standin {
 
-binder_status_t knownStatus(binder_status_t status) {
-    switch (status) {
-        case STATUS_OK:
-        case STATUS_NO_MEMORY:
-        case STATUS_INVALID_OPERATION:
-        case STATUS_BAD_VALUE:
-        case STATUS_BAD_TYPE:
-        case STATUS_NAME_NOT_FOUND:
-        case STATUS_PERMISSION_DENIED:
-        case STATUS_NO_INIT:
-        case STATUS_ALREADY_EXISTS:
-        case STATUS_DEAD_OBJECT:
-        case STATUS_FAILED_TRANSACTION:
-        case STATUS_BAD_INDEX:
-        case STATUS_NOT_ENOUGH_DATA:
-        case STATUS_WOULD_BLOCK:
-        case STATUS_TIMED_OUT:
-        case STATUS_UNKNOWN_TRANSACTION:
-        case STATUS_FDS_NOT_ALLOWED:
-        case STATUS_UNEXPECTED_NULL: return status;
-        default: return STATUS_UNKNOWN_ERROR;
-    }
-}
+binder_status_t knownStatus(binder_status_t status) { return listed(status).first; }
 
 }  // namespace standin
 
@@ -92,8 +106,9 @@ AStatus* AStatus_fromExceptionCode(binder_exception_t exception) {
     return AStatus_fromExceptionCodeWithMessage(exception, "");
 }
 AStatus* AStatus_fromExceptionCodeWithMessage(binder_exception_t exception, const char* message) {
-    if (isListed(exception)) return new AStatus{.exception = exception, .message = message};
-    return new AStatus{.exception = EX_TRANSACTION_FAILED, .status = STATUS_UNKNOWN_ERROR, .message = message};
+    auto* status = new AStatus(statusOf(exception));
+    status->message = message;
+    return status;
 }
 AStatus* AStatus_fromServiceSpecificError(int32_t serviceSpecific) {
     return AStatus_fromServiceSpecificErrorWithMessage(serviceSpecific, "");
@@ -114,11 +129,14 @@ const char* AStatus_getMessage(const AStatus* status) { return status->message.c
 
 const char* AStatus_getDescription(const AStatus* status) {
     const binder_exception_t exception = status->exception;
-    std::string text = "Status(" + std::to_string(exception) + ", " +
-                       (isListed(exception) ? kExceptionNames[-exception] : "EX_TRANSACTION_FAILED") + "): '";
-    if (exception == EX_SERVICE_SPECIFIC) text += std::to_string(status->serviceSpecific) + ": ";
-    if (exception == EX_TRANSACTION_FAILED) text += std::to_string(status->status) + ": ";
-    text += status->message + "'";
+    std::string text = "No error";
+    if (exception != EX_NONE) {
+        text = "Status(" + std::to_string(exception) + ", " +
+               (isListed(exception) ? kExceptions[-exception] : "EX_TRANSACTION_FAILED") + "): '";
+        if (exception == EX_SERVICE_SPECIFIC) text += std::to_string(status->serviceSpecific) + ": ";
+        if (exception == EX_TRANSACTION_FAILED) text += std::string(listed(status->status).second) + ": ";
+        text += status->message + "'";
+    }
     return strdup(text.c_str());
 }
 void AStatus_deleteDescription(const char* description) { free(const_cast<char*>(description)); }

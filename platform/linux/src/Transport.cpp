@@ -3,8 +3,10 @@
 #include <android/log.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
-#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -15,13 +17,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <thread>
 
 namespace standin {
 namespace {
-
-constexpr uint32_t kReadable = EPOLLIN | EPOLLRDHUP;
 
 void logErrno(const char* what) {
     __android_log_print(ANDROID_LOG_ERROR, kLogTag, "%s: %s", what, std::strerror(errno));
@@ -74,7 +73,7 @@ std::shared_ptr<Connection> connectionOn(ndk::ScopedFileDescriptor socket, std::
     return std::make_shared<Connection>(std::move(socket), peer.uid, peer.pid, std::move(name));
 }
 
-// The reading thread and its connections. Lives for ever, like the thread.
+// The reading thread and what it listens to. Lives for ever, like the thread.
 class Loop {
   public:
     static Loop& get() {
@@ -84,114 +83,117 @@ class Loop {
 
     std::shared_ptr<Connection> connectTo(const std::string& name) {
         const std::lock_guard lock(mLock);
-        if (const auto found = mByName.find(name); found != mByName.end() && found->second->isOpen()) {
-            return found->second;
+        for (const auto& each : mConnections) {
+            if (each->name() == name && each->peerLives()) return each;
         }
         ndk::ScopedFileDescriptor socket = newSocket();
         if (connectSocket(socket.get(), name) != 0) return nullptr;
-        std::shared_ptr<Connection> connection = connectionOn(std::move(socket), name);
-        if (connection == nullptr) return nullptr;
-        mByName[name] = connection;
-        watch(connection);
-        return connection;
+        return add(connectionOn(std::move(socket), name));
     }
 
     void listenOn(ndk::ScopedFileDescriptor socket) {
         const std::lock_guard lock(mLock);
         mListener = std::move(socket);
-        control(EPOLL_CTL_ADD, mListener.get(), EPOLLIN, nullptr);
+        wake();
     }
 
-    void stopWatching(const Connection& connection) { control(EPOLL_CTL_DEL, connection.socket(), 0, &connection); }
+    void wake() const { eventfd_write(mWake.get(), 1); }
 
-    void wantToWrite(const Connection& connection, bool want) {
-        control(EPOLL_CTL_MOD, connection.socket(), want ? kReadable | EPOLLOUT : kReadable, &connection);
+    uint64_t changes() {
+        const std::lock_guard lock(mLock);
+        return mChanges;
+    }
+    bool waitForChange(uint64_t since, std::chrono::seconds time) {
+        std::unique_lock lock(mLock);
+        return mChanged.wait_for(lock, time, [&] { return mChanges != since; });
     }
 
   private:
-    Loop() : mEpoll(moveHigh(epoll_create1(EPOLL_CLOEXEC))) {
+    Loop() {
+        inotify_add_watch(mFolder.get(), ("/proc/self/fd/" + std::to_string(folder())).c_str(), IN_MOVED_TO);
         // Signals are for the threads of the program, except those of a fault of this one.
         sigset_t all;
         sigset_t before;
         sigfillset(&all);
         for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&all, fault);
         pthread_sigmask(SIG_SETMASK, &all, &before);
-        std::thread thread([this] {
+        std::thread([this] {
             pthread_setname_np(pthread_self(), "binder:io");
             run();
-        });
+        }).detach();
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        thread.detach();
     }
 
-    void control(int operation, int fd, uint32_t events, const Connection* connection) {
-        epoll_event event{};
-        event.events = events;
-        event.data.ptr = const_cast<Connection*>(connection);
-        if (epoll_ctl(mEpoll.get(), operation, fd, &event) != 0) logErrno("epoll_ctl");
-    }
-
-    // With mLock held.
-    void watch(const std::shared_ptr<Connection>& connection) {
-        mAll[connection.get()] = connection;
-        control(EPOLL_CTL_ADD, connection->socket(), kReadable, connection.get());
+    // With mLock held; null is fine.
+    std::shared_ptr<Connection> add(std::shared_ptr<Connection> connection) {
+        if (connection == nullptr) return nullptr;
+        mConnections.push_back(connection);
+        wake();
+        return connection;
     }
 
     [[noreturn]] void run() {
+        std::vector<std::shared_ptr<Connection>> connections;
+        std::vector<pollfd> polled;
         for (;;) {
-            epoll_event events[32];
-            const int count = epoll_wait(mEpoll.get(), events, std::size(events), -1);
-            for (int i = 0; i < count; ++i) {
-                if (events[i].data.ptr == nullptr) {
-                    acceptOne();
-                    continue;
-                }
-                const std::shared_ptr<Connection> connection = watched(events[i].data.ptr);
-                bool alive = true;
-                if ((events[i].events & ~uint32_t{EPOLLOUT}) != 0) alive = connection->receive();
-                if (alive && (events[i].events & EPOLLOUT) != 0) connection->flush();
-                if (!alive) drop(*connection);
+            {
+                const std::lock_guard lock(mLock);
+                connections = mConnections;
+                polled = {{mWake.get(), POLLIN, 0}, {mListener.get(), POLLIN, 0}, {mFolder.get(), POLLIN, 0}};
+            }
+            for (const auto& each : connections) polled.push_back({each->socket(), each->awaited(), 0});
+            if (poll(polled.data(), polled.size(), -1) <= 0) continue;
+            eventfd_t ignored = 0;
+            if (polled[0].revents != 0) eventfd_read(mWake.get(), &ignored);
+            if (polled[1].revents != 0) acceptOne();
+            if (polled[2].revents != 0) noteChange();
+            for (size_t i = 0; i < connections.size(); ++i) {
+                const int events = polled[i + 3].revents;
+                if ((events & POLLOUT) != 0) connections[i]->flush();
+                if ((events & ~POLLOUT) != 0 && !connections[i]->receive()) drop(connections[i]);
             }
         }
     }
 
-    // Only the reading thread takes connections out.
-    std::shared_ptr<Connection> watched(const void* connection) {
-        const std::lock_guard lock(mLock);
-        return mAll.at(static_cast<const Connection*>(connection));
-    }
-
     void acceptOne() {
-        std::unique_lock lock(mLock);
-        const int listener = mListener.get();
-        lock.unlock();
-        ndk::ScopedFileDescriptor socket = moveHigh(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        ndk::ScopedFileDescriptor socket =
+            moveHigh(accept4(mListener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (socket.get() < 0) {
-            // Without descriptors the peer stays in the queue, and epoll names it again and again.
+            // Without descriptors the peer stays in the queue, and poll names it again and again.
             if (errno != EAGAIN) std::this_thread::sleep_for(std::chrono::milliseconds(10));
             return;
         }
-        const std::shared_ptr<Connection> connection = connectionOn(std::move(socket), "");
-        lock.lock();
-        if (connection != nullptr) watch(connection);
-    }
-
-    void drop(Connection& connection) {
-        connection.close();
+        std::shared_ptr<Connection> connection = connectionOn(std::move(socket), "");
         const std::lock_guard lock(mLock);
-        mAll.erase(&connection);
-        const auto named = mByName.find(connection.name());
-        if (named != mByName.end() && named->second.get() == &connection) mByName.erase(named);
+        add(std::move(connection));
     }
 
-    const ndk::ScopedFileDescriptor mEpoll;
-    ndk::ScopedFileDescriptor mListener;
-    std::mutex mLock;
-    std::map<const Connection*, std::shared_ptr<Connection>> mAll;
-    std::map<std::string, std::shared_ptr<Connection>> mByName;
+    void noteChange() {
+        alignas(inotify_event) char events[4096];
+        while (read(mFolder.get(), events, sizeof(events)) > 0) {
+        }
+        const std::lock_guard lock(mLock);
+        ++mChanges;
+        mChanged.notify_all();
+    }
+
+    void drop(const std::shared_ptr<Connection>& connection) {
+        connection->close();
+        const std::lock_guard lock(mLock);
+        std::erase(mConnections, connection);
+    }
+
+    const ndk::ScopedFileDescriptor mWake = moveHigh(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    const ndk::ScopedFileDescriptor mFolder = moveHigh(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+
+    std::mutex mLock;                     // guards what follows
+    ndk::ScopedFileDescriptor mListener;  // set once
+    std::vector<std::shared_ptr<Connection>> mConnections;
+    uint64_t mChanges = 0;  // of the folder
+    std::condition_variable mChanged;
 };
 
-// Sockets whose process was killed. A living one is only touched; one that does not listen yet has another prefix.
+// Sockets whose process has ended. A living one is only touched; one that does not listen yet has another prefix.
 void sweep() {
     const int copy = openat(folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     DIR* entries = copy < 0 ? nullptr : fdopendir(copy);
@@ -206,35 +208,21 @@ void sweep() {
     closedir(entries);
 }
 
-// The name, for the end of the process. A forked child must leave its parent's socket alone.
-struct Listening {
-    std::string name;
-    pid_t owner = 0;
-};
-
-const Listening& listening() {
-    static const Listening* const made = [] {
-        auto* result = new Listening;
-        if (folder() < 0) return result;
-        sweep();
-        const std::string unique = uniqueName();
-        const std::string temporary = "t-" + unique;
-        ndk::ScopedFileDescriptor socket = newSocket();
-        const sockaddr_un address = addressOf(temporary);
-        if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-            listen(socket.get(), SOMAXCONN) != 0 ||
-            renameat(folder(), temporary.c_str(), folder(), ("p-" + unique).c_str()) != 0) {
-            logErrno("Cannot listen");
-            return result;
-        }
-        *result = {"p-" + unique, getpid()};
-        Loop::get().listenOn(std::move(socket));
-        std::atexit([] {
-            if (listening().owner == getpid()) unlinkat(folder(), listening().name.c_str(), 0);
-        });
-        return result;
-    }();
-    return *made;
+std::string startListening() {
+    if (folder() < 0) return "";
+    sweep();
+    const std::string unique = uniqueName();
+    const std::string temporary = "t-" + unique;
+    ndk::ScopedFileDescriptor socket = newSocket();
+    const sockaddr_un address = addressOf(temporary);
+    if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(socket.get(), SOMAXCONN) != 0 ||
+        renameat(folder(), temporary.c_str(), folder(), ("p-" + unique).c_str()) != 0) {
+        logErrno("Cannot listen");
+        return "";
+    }
+    Loop::get().listenOn(std::move(socket));
+    return "p-" + unique;
 }
 
 int openFolder() {
@@ -264,9 +252,13 @@ int openFolder() {
 }  // namespace
 
 std::shared_ptr<Connection> connectTo(const std::string& name) { return Loop::get().connectTo(name); }
-const std::string& listenAt() { return listening().name; }
-void wantToWrite(const Connection& connection, bool want) { Loop::get().wantToWrite(connection, want); }
-void stopWatching(const Connection& connection) { Loop::get().stopWatching(connection); }
+const std::string& listenAt() {
+    static const auto* const name = new std::string(startListening());
+    return *name;
+}
+void wakeReader() { Loop::get().wake(); }
+uint64_t namesChanged() { return Loop::get().changes(); }
+bool waitForNames(uint64_t since, std::chrono::seconds time) { return Loop::get().waitForChange(since, time); }
 
 int folder() {
     static const int descriptor = openFolder();

@@ -4,7 +4,10 @@
 
 #include <android/binder_auto_utils.h>
 
+#include <poll.h>
+
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -30,6 +33,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     const std::string& name() const { return mName; }
     int socket() const { return mSocket.get(); }
     bool isOpen() const { return mOpen; }
+    // Asks the socket itself: the reading thread may not have noticed yet.
+    bool peerLives();
 
     // Two-way: waits, and the answer is the peer's. One-way: STATUS_OK as soon as the peer can be expected to get it.
     binder_status_t transact(const RemoteBinder& target, uint32_t code, const Parcel& in, Parcel& out, bool oneway);
@@ -38,9 +43,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // The last reference to the proxy is gone.
     void forget(const RemoteBinder& proxy);
 
-    // For the reading thread. False: the peer is gone, or it has broken the rules; close.
+    // For the reading thread. What to poll for; false: the peer is gone, or it has broken the rules, so close.
+    short awaited() const { return mBacklog ? POLLIN | POLLOUT : POLLIN; }
     bool receive();
-    bool flush();
+    void flush();
     void close();
 
   private:
@@ -82,6 +88,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     const pid_t mPid;
     const std::string mName;
     std::atomic<bool> mOpen{true};
+    std::atomic<bool> mBacklog{false};  // something is in the queue
 
     std::mutex mLock;  // guards what follows, up to the next blank line; never held while foreign code runs
     ndk::ScopedFileDescriptor mSocket;
@@ -106,10 +113,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
 std::shared_ptr<Connection> connectTo(const std::string& name);
 // The name at which this process listens in the folder, from now on; empty if that is impossible.
 const std::string& listenAt();
-// Whether the reading thread shall flush the connection as soon as its socket takes more.
-void wantToWrite(const Connection& connection, bool want);
-// Before its socket is closed: a child that was forked meanwhile may hold a copy, and epoll would go on naming it.
-void stopWatching(const Connection& connection);
+// The reading thread looks anew at what it waits for.
+void wakeReader();
+// How often names have appeared in the folder so far, for this process to wait until it is more. False: in vain.
+uint64_t namesChanged();
+bool waitForNames(uint64_t since, std::chrono::seconds time);
 
 // The private folder in which processes meet: a descriptor, or -1 (and a line in the log) if it is not private.
 int folder();

@@ -62,7 +62,6 @@ AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args) __attribute__((w
 // These answer false, null or an error for a null binder.
 bool AIBinder_isRemote(const AIBinder* binder);
 bool AIBinder_isAlive(const AIBinder* binder);
-binder_status_t AIBinder_ping(AIBinder* binder);
 binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs);
 
 // The callback runs once for each link, on a thread of the pool, when the process of a remote binder has ended. Local:
@@ -74,12 +73,10 @@ binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient
 // Who called, inside a handler; this process outside. The pid of a one-way call is 0.
 uid_t AIBinder_getCallingUid(void);
 pid_t AIBinder_getCallingPid(void);
-bool AIBinder_isHandlingTransaction(void);
 
 // Null is allowed.
 void AIBinder_incStrong(AIBinder* binder);
 void AIBinder_decStrong(AIBinder* binder);
-int32_t AIBinder_debugGetRefCount(AIBinder* binder);
 
 // Whether the binder is of this class from now on. A remote binder without a class is asked for its descriptor, so this
 // may block.

@@ -3,7 +3,6 @@
 
 #include <android/binder_ibinder.h>
 #include <android/binder_status.h>
-#include <stdbool.h>
 #include <sys/cdefs.h>
 
 __BEGIN_DECLS
@@ -16,11 +15,7 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
 // The lookups give the caller a reference, or null for a null or bad name.
 // At once; null if absent.
 AIBinder* AServiceManager_checkService(const char* instance) __attribute__((warn_unused_result));
-// Waits up to five seconds.
-AIBinder* AServiceManager_getService(const char* instance) __attribute__((warn_unused_result));
 // Waits until the name is registered.
 AIBinder* AServiceManager_waitForService(const char* instance) __attribute__((warn_unused_result));
-
-bool AServiceManager_isDeclared(const char* instance);
 
 __END_DECLS

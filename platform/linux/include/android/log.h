@@ -1,7 +1,6 @@
 // The system log.
 #pragma once
 
-#include <stdarg.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/cdefs.h>
@@ -48,17 +47,9 @@ struct __android_log_message {
 typedef void (*__android_logger_function)(const struct __android_log_message* log_message);
 
 // 1 if the message went out, negative if not. Formatted messages are cut at 1023 bytes.
-int __android_log_write(int prio, const char* tag, const char* text);
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) __attribute__((__format__(printf, 3, 4)));
-int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap)
-    __attribute__((__format__(printf, 3, 0)));
-// Logs the formatted message, else the condition, and ends the process.
-void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...) __attribute__((__noreturn__))
-__attribute__((__format__(printf, 3, 4)));
 
-void __android_log_write_log_message(struct __android_log_message* log_message);
 void __android_log_set_logger(__android_logger_function logger);
-void __android_log_logd_logger(const struct __android_log_message* log_message);
 void __android_log_stderr_logger(const struct __android_log_message* log_message);
 
 __END_DECLS

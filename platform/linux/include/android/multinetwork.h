@@ -9,7 +9,5 @@ __BEGIN_DECLS
 
 // 0 or a negative errno.
 int android_tag_socket_with_uid(int sockfd, uint32_t tag, uid_t uid);
-int android_tag_socket(int sockfd, uint32_t tag);
-int android_untag_socket(int sockfd);
 
 __END_DECLS
