@@ -5,6 +5,9 @@ add_test(NAME device_symbols
          COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/device_symbols_test.py
                  ${CMAKE_CURRENT_SOURCE_DIR}/data/device_symbols.txt ${CMAKE_BINARY_DIR})
 
+add_library(device_helpers OBJECT device_helpers.cpp)
+target_link_libraries(device_helpers PRIVATE orvix_aidl)
+
 orvix_test(hardened_overflow_test SOURCES hardened_overflow_test.cpp LIBRARIES orvix_client)
 
 if(ORVIX_HARDENED)

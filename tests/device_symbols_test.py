@@ -4,8 +4,9 @@
 usage: device_symbols_test.py DEVICE_SYMBOLS BUILD_DIR
 
 The Linux libraries in BUILD_DIR/lib must export nothing outside the list, and every program or library of the build
-that links them may import from them, or under a platform prefix, only what the list has for that library. Then one
-name that is in use is taken off the list, and the same check must find it.
+that links them may import from them, or under a platform prefix, only what the list has for that library. What an NDK
+build links with in their place, device/ndk, must have what the library imports. Then one name that is in use is taken
+off the lists, and the same checks must find it.
 """
 import pathlib
 import re
@@ -38,6 +39,11 @@ def find_faults(device, exports, users):
     return sorted(faults)
 
 
+def missing_stubs(stubs, exports, imports):
+    return [f"device/ndk lacks {name}" for library, names in stubs.items()
+            for name in imports & exports[library] - names]
+
+
 def main(argv):
     device, build = read_list(pathlib.Path(argv[1])), pathlib.Path(argv[2])
     exports = {library: symbols(build / "lib" / library, "--defined-only") for library in device}
@@ -48,9 +54,16 @@ def main(argv):
             users[path.name] = (libraries, symbols(path, "--undefined-only"))
     faults = [f"not on the device: {fault}" for fault in find_faults(device, exports, users)]
 
+    ndk = pathlib.Path(__file__).resolve().parent.parent / "device" / "ndk"
+    stubs = {f"lib{path.stem}.so": set(re.findall(r"^\w+$", path.read_text(encoding="utf-8"), re.M))
+             for path in ndk.glob("*.symbols")}
+    imports = users["libOrvixJni.so"][1]
+    faults += missing_stubs(stubs, exports, imports)
+
     planted = "AParcel_writeInt32"
-    found = find_faults({library: names - {planted} for library, names in device.items()}, exports, users)
-    for verb in "exports", "imports":
+    without = [{library: names - {planted} for library, names in lists.items()} for lists in (device, stubs)]
+    found = find_faults(without[0], exports, users) + missing_stubs(without[1], exports, imports)
+    for verb in "exports", "imports", "lacks":
         if not any(fault.endswith(f" {verb} {planted}") for fault in found):
             faults.append(f"the check does not see who {verb} {planted}")
     sys.exit("\n".join(faults) or None)

@@ -10,6 +10,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <compare>
 #include <cstddef>
 #include <string>
 
@@ -52,8 +53,7 @@ class SpAIBinder {
     AIBinder** getR() { return &mBinder; }
 
     friend bool operator==(const SpAIBinder& a, const SpAIBinder& b) { return a.get() == b.get(); }
-    friend bool operator!=(const SpAIBinder& a, const SpAIBinder& b) { return a.get() != b.get(); }
-    friend bool operator<(const SpAIBinder& a, const SpAIBinder& b) { return a.get() < b.get(); }
+    friend auto operator<=>(const SpAIBinder& a, const SpAIBinder& b) { return a.get() <=> b.get(); }
 
   private:
     AIBinder* mBinder = nullptr;
@@ -64,6 +64,8 @@ namespace impl {
 template <typename T, void (*Destroy)(T), T Default>
 class ScopedAResource {
   public:
+    explicit ScopedAResource(T value = Default) : mValue(value) {}
+    ~ScopedAResource() { Destroy(mValue); }
     ScopedAResource(ScopedAResource&& other) noexcept : mValue(other.release()) {}
     ScopedAResource& operator=(ScopedAResource&& other) noexcept {
         if (this != &other) set(other.release());
@@ -77,6 +79,7 @@ class ScopedAResource {
         mValue = value;
     }
     T get() const { return mValue; }
+    T get() { return mValue; }
     // For functions that give a value through a pointer. What is held is not released: use it on an empty holder.
     T* getR() { return &mValue; }
     [[nodiscard]] T release() {
@@ -84,13 +87,6 @@ class ScopedAResource {
         mValue = Default;
         return value;
     }
-
-    friend bool operator==(const ScopedAResource& a, const ScopedAResource& b) { return a.get() == b.get(); }
-    friend bool operator!=(const ScopedAResource& a, const ScopedAResource& b) { return a.get() != b.get(); }
-
-  protected:
-    explicit ScopedAResource(T value) : mValue(value) {}
-    ~ScopedAResource() { Destroy(mValue); }
 
   private:
     T mValue;
@@ -107,6 +103,9 @@ class ScopedAParcel : public impl::ScopedAResource<AParcel*, AParcel_delete, nul
     explicit ScopedAParcel(AParcel* parcel = nullptr) : ScopedAResource(parcel) {}
     ScopedAParcel(ScopedAParcel&&) = default;
     ScopedAParcel& operator=(ScopedAParcel&&) = default;
+
+    friend bool operator==(const ScopedAParcel& a, const ScopedAParcel& b) { return a.get() == b.get(); }
+    friend auto operator<=>(const ScopedAParcel& a, const ScopedAParcel& b) { return a.get() <=> b.get(); }
 };
 
 // An empty holder is not ok: nothing has been answered yet.
@@ -173,6 +172,11 @@ class ScopedFileDescriptor : public impl::ScopedAResource<int, impl::closeDescri
     explicit ScopedFileDescriptor(int fd) : ScopedAResource(fd) {}
     ScopedFileDescriptor(ScopedFileDescriptor&&) = default;
     ScopedFileDescriptor& operator=(ScopedFileDescriptor&&) = default;
+
+    friend bool operator==(const ScopedFileDescriptor& a, const ScopedFileDescriptor& b) { return a.get() == b.get(); }
+    friend auto operator<=>(const ScopedFileDescriptor& a, const ScopedFileDescriptor& b) {
+        return a.get() <=> b.get();
+    }
 
     ScopedFileDescriptor dup() const { return ScopedFileDescriptor(::dup(get())); }
 };

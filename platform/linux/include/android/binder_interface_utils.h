@@ -5,8 +5,11 @@
 #include <android/binder_ibinder.h>
 #include <android/binder_shell.h>
 
+#include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace ndk {
@@ -42,7 +45,12 @@ class SharedRefBase {
         return (new T(std::forward<Args>(args)...))->template ref<T>();
     }
 
+    static void operator delete(void* object) { std::free(object); }
+
   private:
+    // For make() alone: an object of two owners would be deleted twice.
+    static void* operator new(size_t size) { return std::malloc(size); }
+
     std::once_flag mOnce;
     std::weak_ptr<SharedRefBase> mThis;
 };
@@ -96,7 +104,9 @@ inline AIBinder_Class* ICInterface::defineClass(const char* descriptor, AIBinder
         AIBinder_Class_define(descriptor, ICInterfaceData::onCreate, ICInterfaceData::onDestroy, onTransact);
     if (clazz == nullptr) return nullptr;
     AIBinder_Class_setOnDump(clazz, ICInterfaceData::onDump);
-    AIBinder_Class_setHandleShellCommand(clazz, ICInterfaceData::handleShellCommand);
+    if (AIBinder_Class_setHandleShellCommand != nullptr) {
+        AIBinder_Class_setHandleShellCommand(clazz, ICInterfaceData::handleShellCommand);
+    }
     return clazz;
 }
 
@@ -117,6 +127,11 @@ class BnCInterface : public Interface {
     }
     bool isRemote() override { return false; }
 
+    // The name under which an instance is registered: the descriptor and what the caller adds, "default" for example.
+    static std::string makeServiceName(std::string_view instance) {
+        return Interface::descriptor + ("/" + std::string(instance));
+    }
+
   protected:
     // AIBinder_new with the class of the interface and this object.
     virtual SpAIBinder createBinder() = 0;
@@ -134,6 +149,9 @@ class BpCInterface : public Interface {
 
     SpAIBinder asBinder() final { return mBinder; }
     bool isRemote() override { return AIBinder_isRemote(mBinder.get()); }
+    binder_status_t dump(int fd, const char** args, uint32_t numArgs) override {
+        return AIBinder_dump(mBinder.get(), fd, args, numArgs);
+    }
 
   private:
     SpAIBinder mBinder;

@@ -19,7 +19,7 @@ typedef struct AIBinder AIBinder;
 struct AParcel;
 typedef struct AParcel AParcel;
 
-AParcel* AParcel_create(void) __attribute__((warn_unused_result));
+AParcel* AParcel_create(void);
 void AParcel_delete(AParcel* parcel);
 binder_status_t AParcel_reset(AParcel* parcel);
 
