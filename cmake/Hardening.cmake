@@ -12,7 +12,7 @@ set(cfi -flto -fsanitize=cfi -fno-sanitize=cfi-icall)
 add_compile_options(${cfi} -fvisibility=hidden -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
                     -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/hardening.ignore)
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
-    add_compile_options(-mbranch-protection=standard)
+    add_compile_options(-mbranch-protection=standard -moutline-atomics)
 endif()
 add_link_options(${cfi} -fuse-ld=lld -Wl,-z,relro,-z,now,-z,noexecstack,-z,max-page-size=16384)
 

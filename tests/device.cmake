@@ -19,7 +19,14 @@ if(ORVIX_HARDENED)
                      $<TARGET_FILE:OrvixJni> ${CMAKE_CXX_COMPILER})
 endif()
 if(CMAKE_CROSSCOMPILING)
-    add_test(NAME device_android
-             COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/device_android_test.py
-                     ${CMAKE_BINARY_DIR}/android-proof)
+    add_test(NAME device_android COMMAND ${CMAKE_SOURCE_DIR}/orvix device --report)
+    # The same program on a processor without the newer atomic instructions, and on one with them.
+    add_executable(device_atomics device_atomics.cpp)
+    target_link_libraries(device_atomics PRIVATE orvix_client)
+    foreach(processor cortex-a53:0 max:1)
+        string(REPLACE ":" ";" words ${processor})
+        list(POP_FRONT words name)
+        add_test(NAME device_atomics_${name} COMMAND device_atomics ${words})
+        set_tests_properties(device_atomics_${name} PROPERTIES ENVIRONMENT QEMU_CPU=${name})
+    endforeach()
 endif()
