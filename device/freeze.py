@@ -14,8 +14,8 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 NAME = "vendor.nuvel.data.orvixservice"
 VERSION = 7
-# What both interfaces answer to getInterfaceHash, in every process that was ever built with version 7.
-PROMISED_HASH = "7c3e91a0f25d48b6a0e4c1d9358b2f7e64a0d13c"
+# What library, callback and every service built so far answer to getInterfaceHash.
+OWN_HASH = "7c3e91a0f25d48b6a0e4c1d9358b2f7e64a0d13c"
 
 
 def stripped(text):
@@ -26,9 +26,9 @@ def stripped(text):
 
 
 def soong_hash(files):
-    """The sum that the build takes over the .aidl files of a frozen version: files is {path: text}.
+    """The sum that Soong takes over the .aidl files of a frozen version, stamped with the version before.
 
-    It stamps the list of sums with the version before.
+    files: {path below the version's folder: text}.
     """
     listing = "".join(f"{hashlib.sha1(files[path].encode()).hexdigest()}  ./{path}\n" for path in sorted(files))
     return hashlib.sha1(f"{listing}{VERSION - 1}\n".encode()).hexdigest()
@@ -38,8 +38,9 @@ def frozen(sources):
     """{path below aidl_api/: text}, for {path: text} of the sources."""
     bare = {path: stripped(text) for path, text in sources.items()}
     files = {f"{NAME}/{folder}/{path}": text for folder in (VERSION, "current") for path, text in bare.items()}
-    # The build checks the first line and hands the last one to the generated code.
-    files[f"{NAME}/{VERSION}/.hash"] = f"{soong_hash(bare)}\n{PROMISED_HASH}\n"
+    # Soong compares the last line with its sum and hands it to the generated code. The other stands before it, so that
+    # the interface's metadata, which keeps every line, know both.
+    files[f"{NAME}/{VERSION}/.hash"] = f"{OWN_HASH}\n{soong_hash(bare)}\n"
     return files
 
 

@@ -1,30 +1,37 @@
 #!/usr/bin/env python3
-"""What is written down twice must say the same twice.
+"""What is written down twice must say the same twice, and what the platform's build refuses must not be there.
 
-Source lists of the two build systems; the frozen interface and its sources; the names and signatures that native
-code, Java and the keep rules share; the library's includes and what the device's C++ library has. Each comparison is a
-function from texts to a list of differences, and each is also shown planted differences.
+Each check is a function from texts to a list of faults, and each is also shown planted faults.
 """
 import pathlib
 import re
+import subprocess
 import sys
+import tempfile
 import unittest
+import xml.etree.ElementTree as xml
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "device"))
 import freeze  # noqa: E402
 
-LIBRARY = ("aidl", "callback", "client", "jni")
-JAVA = "sim/app/java/vendor/nuvel/data/orvixadmin"
+PACKAGE = "vendor/nuvel/data/orvixservice"
+# What the platform's build runs in the folder of a frozen version.
+SOONG_SUM = '{ find ./ -name "*.aidl" -print0 | LC_ALL=C sort -z | xargs -0 sha1sum && echo 6; } | sha1sum'
 
 
 def text(path):
     return (ROOT / path).read_text(encoding="utf-8")
 
 
+def java(name):
+    return next(ROOT.glob(f"sim/**/{name}.java")).read_text(encoding="utf-8")
+
+
 def library_texts():
     return {path.relative_to(ROOT).as_posix(): path.read_text(encoding="utf-8")
-            for folder in LIBRARY for path in sorted((ROOT / folder).glob("*.*")) if path.suffix in (".h", ".cpp")}
+            for folder in ("aidl", "callback", "client", "jni") for path in sorted((ROOT / folder).glob("*.*"))
+            if path.suffix in (".h", ".cpp")}
 
 
 def apart(name_a, a, name_b, b):
@@ -33,79 +40,100 @@ def apart(name_a, a, name_b, b):
             [f"{item} is only in {name_b}" for item in sorted(b - a)])
 
 
-# --- sources of the two builds --------------------------------------------------------------------------------------
+def modules(android_bp):
+    """{name: properties} of the build file: without comments and with quoted names it reads as Python."""
+    code = re.sub(r"(^|\s)//[^\n]*", "", android_bp)
+    code = re.sub(r"^(\s+)(\w+): ", r'\1"\2": ', code, flags=re.M)
+    code = re.sub(r"^(\w+) \{(.*?)^\}", r'{"type": "\1",\2},', code, flags=re.M | re.S)
+    return {module["name"]: module for module in eval(f"[{code}]", {"true": True, "false": False})}
 
-def compare_sources(android_bp, cmake, on_disk):
-    module = re.search(r'name: "libOrvixJni_static",.*?srcs: \[(.*?)\]', android_bp, re.S).group(1)
-    soong = set(re.findall(r'"(.+?\.cpp)"', module))
-    targets = re.findall(r"add_library\(orvix_(?:aidl|client) STATIC(.*?)\)", cmake, re.S)
+
+def check_sources(t):
+    soong = set(modules(t["bp"])["libOrvixJni_static"]["srcs"])
+    targets = re.findall(r"add_library\(orvix_(?:aidl|client) STATIC(.*?)\)", t["cmake"], re.S)
     listed = {source for target in targets for source in target.split()}
     return (apart("Android.bp", soong, "CMakeLists.txt", listed) +
-            apart("CMakeLists.txt", listed, "the folders", on_disk))
+            apart("CMakeLists.txt", listed, "the folders", set(t["on disk"].split())))
 
 
-# --- names that Java and native code share --------------------------------------------------------------------------
-
-JAVA_LETTERS = {"boolean": "Z", "int": "I", "long": "J", "byte": "B", "String": "Ljava/lang/String;",
-                "java.lang.String": "Ljava/lang/String;", "Parcel": "Landroid/os/Parcel;",
-                "android.os.Parcel": "Landroid/os/Parcel;"}
-CPP_LETTERS = {"bool": "Z", "int32_t": "I", "int64_t": "J", "RatType": "I", "std::string": "Ljava/lang/String;",
-               "const std::vector<uint8_t>&": "[B"}
-
-
-def java_signature(parameters):
-    """JNI signature of Java parameters, with or without names."""
-    letters = ""
-    for parameter in filter(None, (part.strip() for part in parameters.split(","))):
-        kind = parameter.split()[0]
-        letters += "[" * kind.count("[]") + JAVA_LETTERS[kind.replace("[]", "")]
-    return f"({letters})V"
-
-
-def java_methods(source, modifiers):
-    return {name + java_signature(parameters)
-            for name, parameters in re.findall(rf"^ *{modifiers} void (\w+)\(([^)]*)\)", source, re.M)}
+def check_soong(t):
+    found, every = [], modules(t["bp"])
+    groups = {path for module in every.values() if module["type"] == "filegroup" for path in module["srcs"]}
+    known = every.keys() | {f"{freeze.NAME}-V7-{backend}" for backend in ("ndk", "java")}
+    for name, module in every.items():
+        with_defaults = [module, *(every[base] for base in module.get("defaults", []))]
+        if module["type"] == "aidl_interface" and "owner" not in module:
+            found.append(f"{name} has no owner, which a soong_namespace above asks for")
+        if "cc_library" in module["type"] and not any(each.get("compile_multilib") == "64" for each in with_defaults):
+            found.append(f"{name} is built for 32 bit, too")
+        if "page-size" in str(module.get("ldflags")):
+            found.append(f"{name} sets a page size beside the product's")
+    found += [f"{path} is in no filegroup, and no other module reaches it without one"
+              for path in t["for others"].split() if path not in groups]
+    named = re.findall(r"[:` ]((?:vendor\.nuvel\.data\.orvixservice-V|orvixservice-|libOrvixJni-|privapp-)[\w.-]+)", t["docs"])
+    found += [f"the pages name {name}, which is no module" for name in named if name not in known]
+    flags = re.search(r'STREQUAL "aarch64"\)\s*add_compile_options\((.*?)\)', t["hardening"]).group(1)
+    return found + apart("Android.bp", set(every["orvix_defaults"]["arch"]["arm64"]["cflags"]), "Hardening.cmake",
+                         set(flags.split()))
 
 
-def kept(rules, java_class):
-    block = re.search(rf"-keep class [\w.]*\.{java_class} \{{(.*?)\}}", rules, re.S)
-    return {name + java_signature(parameters)
-            for name, parameters in re.findall(r"void (\w+)\((.*?)\);", block.group(1))} if block else set()
+def check_own_hash(t):
+    """The modules that generate with the interface's own hash name every file that comes out of it."""
+    own = {name: module for name, module in modules(t["bp"]).items() if "own" in name}
+    commands = [module["cmd"] for module in own.values() if "cmd" in module]
+    wrong = [command for command in commands if f"--version 7 --hash {freeze.OWN_HASH} " not in command]
+    types = t["types"].split()
+    sides = [f"B{side}{name[1:]}" for name in types if re.match("I[A-Z]", name) for side in "np"]
+    sources = {f"{PACKAGE}/{name}.cpp" for name in types}
+    headers = {f"include/aidl/{PACKAGE}/{name}.h" for name in types + sides}
+    out = {part: set(own[f"{freeze.NAME}-V7-ndk-own-hash-{part}"]["out"]) for part in ("source", "headers")}
+    return (wrong + ["two commands"] * (len(commands) != 2) + apart("source's out", out["source"], "types", sources) +
+            apart("headers' out", out["headers"], "types", headers))
 
 
-def native_table(jni_on_load):
-    rows = re.findall(r'native<&AidlClient::\w+>\(\s*"(\w+)", "(.*?)"\)', jni_on_load)
-    return {name + signature for name, signature in rows}
+def methods(lines):
+    return {(name, *(part.split()[0].split(".")[-1] for part in parameters.split(",") if part))
+            for name, parameters in lines}
 
 
-def call_outs(java_calls, records):
-    """The Java methods that the library calls, from the C++ types that it passes."""
-    record = re.search(r"struct NetworkStats \{(.*?)using R", records, re.S).group(1)
-    members = {member: kind for kind, member in re.findall(r"^    ([\w:]+) (\w+)(?: = .*)?;", record, re.M)}
-    rows = set(f"{name}(Z)V" for name in re.findall(r'callOut\.call\("(\w+)", "[\w ]+", available\)', java_calls))
-    for parameters, names, arguments in re.findall(
-            r'^void AidlClient::\w+\(([^()]*)\) \{\s*CallOut\(\*this\)\.(?:to|as)\(((?:"\w+"(?:, )?)+)(.*?)\);', java_calls,
-            re.M | re.S):
-        kinds = {part.rsplit(" ", 1)[1]: part.rsplit(" ", 1)[0] for part in parameters.split(", ") if part}
-        given = [argument.strip() for argument in arguments.split(",") if argument.strip()]
-        letters = "".join(CPP_LETTERS[members[argument.removeprefix("stats.")] if argument.startswith("stats.")
-                                      else kinds[argument]] for argument in given)
-        rows.add(f"{names.rstrip(', ').split(', ')[-1][1:-1]}({letters})V")
-    return rows
+def check_keep_rules(t):
+    """A method that no rule keeps is there on a workstation and gone on a device."""
+    found = []
+    for name, modifiers in (("JniHelper", "public static native"), ("SorvixAidlClient", "public")):
+        rules = re.search(rf"-keep class [\w.]*\.{name} \{{(.*?)\}}", t["keep"], re.S).group(1)
+        found += apart(f"{name}.java", methods(re.findall(rf"^ *{modifiers} void (\w+)\(([^)]*)\)", t[name], re.M)),
+                       "the keep rules", methods(re.findall(r"void (\w+)\((.*?)\);", rules)))
+    return found
 
 
-def compare_java(t):
-    natives, outs = native_table(t["jni"]), call_outs(t["calls"], t["records"])
-    counts = [f"{len(natives)} natives instead of 15"] * (len(natives) != 15) + \
-             [f"{len(outs)} call-outs instead of 22"] * (len(outs) != 22)
-    return (counts +
-            apart("the native table", natives, "JniHelper.java", java_methods(t["helper"], "public static native")) +
-            apart("the native table", natives, "the keep rules", kept(t["keep"], "JniHelper")) +
-            apart("the call-outs", outs, "SorvixAidlClient.java", java_methods(t["client"], "public")) +
-            apart("the call-outs", outs, "the keep rules", kept(t["keep"], "SorvixAidlClient")))
+def check_names(t):
+    """The service's instance and the application's package, which files of five formats repeat."""
+    manifest, matrix = xml.fromstring(t["manifest"]).find("hal"), xml.fromstring(t["matrix"]).find("hal")
+    instance = f"{freeze.NAME}.IOrvixService/default"
+    package = re.search(r"^package (\S+);", t["JniHelper"], re.M).group(1)
+    return ([f"{found} instead of {instance}" for found in (
+                manifest.findtext("name") + "." + manifest.findtext("fqname"),
+                "{}.{}/{}".format(*map(matrix.findtext, ("name", "interface/name", "interface/instance"))),
+                *re.findall(r"^(\S+) +u:", t["service_contexts"], re.M)) if found != instance] +
+            [f"version {hal.findtext('version')}" for hal in (manifest, matrix) if hal.findtext("version") != "7"] +
+            [f"{found} instead of {package}" for found in
+             re.findall(r'isPrivApp=true name=(\S+)|package="(.+?)"', t["seapp_contexts"] + t["permissions"])
+             if package not in found])
 
 
-# --- what the device's C++ library lacks ----------------------------------------------------------------------------
+def check_policy(t):
+    """The policy's rules compile, and its files label with types that there are."""
+    with tempfile.NamedTemporaryFile("w+") as source:
+        whole = t["platform"].replace("\nFRAGMENT\n", t["rules"])
+        subprocess.run(["m4"], input=whole, stdout=source, check=True, text=True)
+        done = subprocess.run(["checkpolicy", "-o", "/dev/null", source.name], capture_output=True, text=True,
+                              check=False)
+        source.seek(0)
+        types = set(re.findall(r"^type (\w+)", source.read(), re.M))
+    labels = set(re.findall(r"u:object_r:(\w+)|(?:domain|type)=(\w+)", t["contexts"]))
+    return ([done.stderr] * (done.returncode != 0) +
+            [f"no type {label}" for labels_of in labels for label in labels_of if label and label not in types])
+
 
 # The second half are streams: with control-flow integrity across modules they trap.
 MISSING_HEADERS = set("barrier bit concepts format latch numbers ranges semaphore source_location stop_token "
@@ -116,6 +144,7 @@ MISSING_NAMES = re.compile(r"std::(?:jthread|to_array|ssize|midpoint|cmp_\w+|in_
 
 
 def check_portable(sources):
+    """What the C++ library of some device lacks."""
     found = []
     for path, source in sources.items():
         included = set(re.findall(r"^\s*#\s*include\s*<(.+?)>", source, re.M))
@@ -128,43 +157,81 @@ def check_portable(sources):
 class Consistency(unittest.TestCase):
     """Each test: nothing to be found as things are, and something with each planted difference."""
 
-    def holds_and_fails(self, compare, texts, plants):
+    def holds_and_fails(self, check, texts, plants):
         """texts: {name: text}; plants: (name, old, new) put into a copy of the texts, one at a time."""
-        self.assertEqual([], compare(texts))
+        self.assertEqual([], check(texts))
         for name, old, new in plants:
             self.assertIn(old, texts[name], f"nothing to plant '{new}' on")
-            self.assertNotEqual([], compare({**texts, name: texts[name].replace(old, new, 1)}), f"'{old}' as '{new}'")
+            self.assertNotEqual([], check({**texts, name: texts[name].replace(old, new, 1)}), f"'{old}' as '{new}'")
 
     def test_source_lists(self):
-        on_disk = {path for path in library_texts() if path.endswith(".cpp")}
+        on_disk = "\n".join(path for path in library_texts() if path.endswith(".cpp"))
         self.holds_and_fails(
-            lambda t: compare_sources(t["bp"], t["cmake"], on_disk),
-            {"bp": text("Android.bp"), "cmake": text("CMakeLists.txt")},
-            [("bp", '        "client/Binding.cpp",\n', ""), ("cmake", "    jni/StatusCalls.cpp\n", "")])
-        self.assertNotEqual([], compare_sources(text("Android.bp"), text("CMakeLists.txt"), on_disk | {"jni/New.cpp"}))
+            check_sources, {"bp": text("Android.bp"), "cmake": text("CMakeLists.txt"), "on disk": on_disk},
+            [("bp", '        "client/Binding.cpp",\n', ""), ("cmake", "    jni/StatusCalls.cpp\n", ""),
+             ("on disk", "jni/", "jni/New.cpp jni/")])
+
+    def test_soong(self):
+        docs = "".join(path.read_text(encoding="utf-8") for path in (ROOT / "docs").glob("*.md"))
+        files = [path.relative_to(ROOT).as_posix() for path in
+                 (*ROOT.glob("device/vintf/manifest*"), *ROOT.glob("device/proguard/*"))]
+        self.holds_and_fails(
+            check_soong, {"bp": text("Android.bp"), "hardening": text("cmake/Hardening.cmake"), "docs": docs,
+                          "for others": "\n".join(files)},
+            [("bp", '    owner: "nuvel",\n', ""), ("bp", '    compile_multilib: "64",\n', ""),
+             ("bp", '                "-moutline-atomics",\n', ""), ("hardening", " -moutline-atomics", ""),
+             ("bp", '    version_script:', '    ldflags: ["-Wl,-z,max-page-size=16384"],\n    version_script:'),
+             ("bp", 'srcs: ["device/proguard/orvix.pro"]', "srcs: []"),
+             ("bp", 'name: "privapp-permissions-orvixadmin-product"', 'name: "other"'),
+             ("bp", 'name: "libOrvixJni-keep-rules"', 'name: "other"')])
 
     def test_frozen_interface(self):
         sources = freeze.read(ROOT / "aidl", "*.aidl")
         present = {**freeze.read(ROOT / "aidl_api", "*.aidl"), **freeze.read(ROOT / "aidl_api", ".hash")}
-        path = "vendor/nuvel/data/orvixservice/BatteryState.aidl"
+        path = f"{PACKAGE}/BatteryState.aidl"
         commented = {**sources, path: "// a better comment\n" + sources[path]}
         self.assertEqual([], freeze.differences(commented, present))
         for changed in ({path: sources[path].replace("int int1", "long int1")}, {"New.aidl": ""}):
             self.assertNotEqual([], freeze.differences({**sources, **changed}, present))
-        self.assertNotEqual([], freeze.differences(sources, {**present, f"{freeze.NAME}/7/.hash": "other"}))
 
-    def test_java_names(self):
+    def test_the_builds_own_sum_is_the_last_line_of_the_hash(self):
+        folder = ROOT / "aidl_api" / freeze.NAME / "7"
+        done = subprocess.run(SOONG_SUM, shell=True, cwd=folder, check=True, capture_output=True, text=True)
+        lines = (folder / ".hash").read_text(encoding="utf-8").split()
+        self.assertEqual([freeze.OWN_HASH, done.stdout.split()[0]], lines)
+
+    def test_own_hash(self):
+        types = "\n".join(path.stem for path in (ROOT / "aidl" / PACKAGE).glob("*.aidl"))
+        self.holds_and_fails(check_own_hash, {"bp": text("Android.bp"), "types": types},
+                             [("bp", freeze.OWN_HASH, "0"), ("types", "ByteTuple", "New"), ("bp", "BpRequest", "Bp")])
+
+    def test_keep_rules(self):
         self.holds_and_fails(
-            compare_java,
-            {"jni": text("jni/JniOnLoad.cpp"), "calls": text("client/JavaCalls.cpp"), "records": text("aidl/Records.h"),
-             "helper": text(f"{JAVA}/JniHelper.java"), "client": text(f"{JAVA}/SorvixAidlClient.java"),
-             "keep": text("device/proguard/orvix.pro")},
-            [("jni", '"(IJI)V"', '"(IIJ)V"'), ("calls", "stats.long4, ", ""),
-             ("calls", '"onIServiceBinderAvailable"', '"onServiceAvailable"'),
-             ("records", "int64_t long4 = 0", "int32_t long4 = 0"),
-             ("helper", "sendScreenState(boolean on)", "sendScreenState(int on)"),
-             ("client", "startUidStatsPolling(long", "startUidStatsPolling(int"),
+            check_keep_rules, {name: java(name) for name in ("JniHelper", "SorvixAidlClient")} |
+            {"keep": text("device/proguard/orvix.pro")},
+            [("JniHelper", "sendScreenState(boolean on)", "sendScreenState(int on)"),
              ("keep", "    void stopStatsMonitoring();\n", ""), ("keep", "(int, byte[]);\n}\n\n", "(byte[]);\n}\n\n")])
+
+    def test_names(self):
+        vintf = "device/vintf/{}_vendor.nuvel.data.orvixservice.xml"
+        self.holds_and_fails(
+            check_names,
+            {"manifest": text(vintf.format("manifest")), "matrix": text(vintf.format("compatibility_matrix")),
+             "JniHelper": java("JniHelper"),
+             "permissions": text("device/permissions/privapp-permissions-vendor.nuvel.data.orvixadmin.xml"),
+             **{name: text(f"device/sepolicy/{name}") for name in ("service_contexts", "seapp_contexts")}},
+            [("manifest", "/default", "/main"), ("matrix", ">7<", ">6<"), ("service_contexts", "IOrvix", "Orvix"),
+             ("seapp_contexts", "orvixadmin ", "orvix "), ("permissions", 'orvixadmin"', 'orvix"')])
+
+    def test_policy(self):
+        folder = ROOT / "device" / "sepolicy"
+        self.holds_and_fails(
+            check_policy,
+            {"platform": text("tests/device_policy.m4"), "rules": "\n".join(map(text, sorted(folder.glob("*.te")))),
+             "contexts": "".join(map(text, folder.glob("*_contexts")))},
+            [("rules", "type orvix_app, domain;\n", ""), ("rules", "type orvix_app,", "type orvix_app, coredomain,"),
+             ("rules", "protected_service, ", ""), ("rules", "hal_service_type, ", ""),
+             ("contexts", "orvix_daemon_exec", "orvix_exec"), ("contexts", "domain=orvix_app", "domain=orvixapp")])
 
     def test_library_needs_nothing_that_the_device_lacks(self):
         self.holds_and_fails(
