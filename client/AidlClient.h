@@ -30,7 +30,7 @@ class OrvixCallback;
 
 class AidlClient {
   public:
-    AidlClient() : earlier(newest.exchange(this)) {}
+    AidlClient() { earlier = newest.exchange(this); }  // once it is complete: other threads may use it at once
     AidlClient(const AidlClient&) = delete;
     AidlClient& operator=(const AidlClient&) = delete;
     // The end, at a second load or while the process ends, stops and joins nobody: it empties the client. Its storage,
@@ -125,7 +125,7 @@ class AidlClient {
     void dropService() ORVIX_REQUIRES(serviceLock);
 
     static inline std::atomic<AidlClient*> newest = nullptr;
-    [[maybe_unused]] AidlClient* const earlier;  // what is kept for good can be found by a leak checker
+    [[maybe_unused]] AidlClient* earlier;  // what is kept for good can be found by a leak checker
 
     // asking: a binding thread, with serviceLock held, waits for an answer of the service.
     enum class Life { open, asking, ended };

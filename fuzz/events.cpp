@@ -122,7 +122,7 @@ struct Model {
         if (before == ToldTrue && service != 0) gExpected.push_back(serviceText(service, 1));
         if (before == ToldFalse) ++waiting;
         before = Nothing;
-        const bool attaches = quiet::attachResult == JNI_OK;
+        const bool attaches = quiet::script.attach == JNI_OK;
         while (!queue.empty()) {
             const CallbackEvent ev = queue.front();
             queue.pop_front();
@@ -221,7 +221,7 @@ void onJavaCall(const quiet::Call& call) {
 }
 
 void drain() {
-    quiet::vm()->DetachCurrentThread();
+    quiet::leave();
     orvix::gAidlClient->handleEvents();
     gModel.advance();
     compare();
@@ -233,12 +233,12 @@ void load() {
     promise(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
     // The storage of a client outlives it once it had a thread: not a leak.
     [[maybe_unused]] static AidlClient* volatile kept = orvix::gAidlClient.get();
-    quiet::onCall = onJavaCall;
+    quiet::script.onCall = onJavaCall;
 }
 
 // As after load: nothing queued, unbound, and one binding thread that waits.
 void settle() {
-    quiet::attachResult = JNI_OK;
+    quiet::script.attach = JNI_OK;
     drain();
     if (gModel.service != 0) {
         gPlatform.alive = true;
@@ -301,7 +301,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             case 2: serviceReturns(); break;
             case 3: serviceDies(); break;
             case 4: callNative(); break;
-            case 5: quiet::attachResult = input.ConsumeBool() ? JNI_OK : JNI_ERR; break;
+            case 5: quiet::script.attach = input.ConsumeBool() ? JNI_OK : JNI_ERR; break;
             default: drain();
         }
     }

@@ -153,6 +153,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     promise(gSent == expected, "the service gets what the parcels hold");
     gSent.clear();
-    quiet::vm()->DetachCurrentThread();
+    quiet::leave();
     return 0;
 }

@@ -99,10 +99,10 @@ void askAbout(const ndk::SpAIBinder& callback) {
 
 ndk::SpAIBinder load() {
     __android_log_set_logger([](const __android_log_message*) {});
-    quiet::onCall = [](const quiet::Call& call) { gCalls.push_back(call); };
+    quiet::script.onCall = [](const quiet::Call& call) { gCalls.push_back(call); };
     quiet::env();
     promise(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
-    quiet::vm()->DetachCurrentThread();
+    quiet::leave();
     return ndk::SharedRefBase::make<orvix::OrvixCallback>()->asBinder();
 }
 

@@ -10,3 +10,4 @@ endforeach()
 
 orvix_test(jni_transcript_test SOURCES jni_transcript_test.cpp LIBRARIES fake_jni)
 orvix_test(client_faults_test SOURCES client_faults_test.cpp LIBRARIES fake_jni)
+orvix_test(client_ends_test SOURCES client_ends_test.cpp LIBRARIES fake_jni)

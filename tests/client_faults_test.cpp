@@ -37,8 +37,8 @@ std::vector<std::string> delivered() {
     return arguments;
 }
 
-void load() { ASSERT_EQ(JNI_OnLoad(fake::vm(), nullptr), JNI_VERSION_1_6); }
-void initialize() { fake::callNative(fake::env(), "initialize"); }
+void load() { ASSERT_EQ(JNI_OnLoad(quiet::vm(), nullptr), JNI_VERSION_1_6); }
+void initialize() { quiet::callNative(quiet::env(), "initialize"); }
 void registerService(orvix_test::Answer answer = [](auto...) { return STATUS_OK; }) {
     EXPECT_TRUE(fake::registerService(orvix_test::peerOf<IOrvixService>(std::move(answer))));
 }
@@ -97,7 +97,7 @@ TEST_F(Threads, SecondLoadWhileADispatchThreadWaits) {
     ASSERT_TRUE(fake::waitFor("vm DetachCurrentThread"));
     ASSERT_TRUE(fake::waitFor("log D new aidl event arrived"));
     const auto loaded = std::async(std::launch::async, [] {
-        fake::setAttached(true);
+        quiet::env();
         load();
     });
     ASSERT_EQ(loaded.wait_for(5s), std::future_status::ready);

@@ -21,7 +21,6 @@
 #include <mutex>
 
 #include "sim/json/Json.h"
-#include "sim/vm/quiet_jni.h"
 #include "tests/jni_recorder.h"
 
 namespace fake {
@@ -34,9 +33,8 @@ struct State {
     std::condition_variable changed;
     std::vector<std::string> lines;
     std::deque<quiet::Object> objects;  // Java's, for ever
-    std::map<std::string, void*> natives;
-    std::string folder;            // of the services of this process
-    std::atomic<int> socket = -1;  // the last one that the library made
+    std::string folder;                 // of the services of this process
+    std::atomic<int> socket = -1;       // the last one that the library made
 };
 State& state = *new State;
 
@@ -45,63 +43,16 @@ quiet::Object& make(quiet::Object object = {}) {
     return state.objects.emplace_back(std::move(object));
 }
 
-bool missing(const char* what) { return script.missing.contains(what); }
-
-// The quiet VM's own tables; beneath the faults of the script.
-const JNINativeInterface* quietEnv = nullptr;
-const JNIInvokeInterface* quietVm = nullptr;
-
-// A reference stands for one thing only, so that the transcript can tell.
-JNINativeInterface faultyEnv() {
-    JNINativeInterface t = *quietEnv;
-    t.FindClass = [](JNIEnv*, const char* path) {
-        return missing(std::strrchr(path, '/') + 1) ? nullptr : reinterpret_cast<jclass>(&make());
-    };
-    t.RegisterNatives = [](JNIEnv*, jclass, const JNINativeMethod* methods, jint count) {
-        for (jint i = 0; i < count; ++i) state.natives[methods[i].name] = methods[i].fnPtr;
-        return script.registerNatives;
-    };
-    t.NewGlobalRef = [](JNIEnv*, jobject object) { return object == nullptr ? nullptr : quiet::ref(make()); };
-    t.GetMethodID = [](JNIEnv* env, jclass target, const char* name, const char* signature) {
-        return target == nullptr || missing(name) ? nullptr : quietEnv->GetMethodID(env, target, name, signature);
-    };
-    t.AllocObject = [](JNIEnv*, jclass target) {
-        return target == nullptr || !script.allocObject ? nullptr : quiet::ref(make());
-    };
-    t.CallVoidMethodV = [](JNIEnv*, jobject, jmethodID, va_list) {};
-    return t;
-}
-
-JNIInvokeInterface faultyVm() {
-    JNIInvokeInterface t = *quietVm;
-    t.GetEnv = [](JavaVM* vm, void** out, jint version) {
-        return script.getEnv ? *script.getEnv : quietVm->GetEnv(vm, out, version);
-    };
-    t.AttachCurrentThread = [](JavaVM* vm, JNIEnv** out, void* arguments) {
-        const jint result = script.attach;
-        return result == JNI_OK ? quietVm->AttachCurrentThread(vm, out, arguments) : result;
-    };
-    return t;
-}
-
 // The library is linked into this program; the platform, which asks for the parcel behind Java's, is not.
 bool isLibrary(const void* address) {
     Dl_info info{}, here{};
-    return dladdr(address, &info) != 0 && dladdr(&quietEnv, &here) != 0 && info.dli_fbase == here.dli_fbase;
-}
-
-void writeLine(const std::string& line) {
-    void* env = nullptr;
-    const bool attached = quietVm->GetEnv(quiet::vm(), &env, JNI_VERSION_1_6) == JNI_OK;
-    record(line + (attached || !line.starts_with("jni ") ? "" : " on a thread that is not attached"));
+    return dladdr(address, &info) != 0 && dladdr(reinterpret_cast<void*>(&isLibrary), &here) != 0 &&
+           info.dli_fbase == here.dli_fbase;
 }
 
 void install() {
-    quietEnv = quiet::env()->functions;
-    quietVm = quiet::vm()->functions;
-    static const JNINativeInterface env = faultyEnv();
-    static const JNIInvokeInterface vm = faultyVm();
-    static const recorder::Tables tables = recorder::tablesOver(&env, &vm, writeLine, isLibrary);
+    static const recorder::Tables tables =
+        recorder::tablesOver(quiet::env()->functions, quiet::vm()->functions, record, isLibrary);
     quiet::env()->functions = &tables.env;
     quiet::vm()->functions = &tables.vm;
     __android_log_set_logger(recorder::logLine);
@@ -155,18 +106,11 @@ void reset() {
     clearLines();
     script.~Script();
     new (&script) Script;
-    setAttached(true);
+    quiet::script.~Script();
+    new (&quiet::script) quiet::Script;
+    quiet::leave();
+    quiet::env();
 }
-
-void setAttached(bool attached) {
-    if (attached) {
-        quiet::env();
-    } else {
-        quietVm->DetachCurrentThread(quiet::vm());
-    }
-}
-JavaVM* vm() { return quiet::vm(); }
-JNIEnv* env() { return quiet::env(); }
 
 void record(const std::string& line) {
     {
@@ -206,8 +150,6 @@ jobjectArray array(const std::vector<jobject>& elements) {
     for (jobject element : elements) made.elements.push_back(reinterpret_cast<quiet::Object*>(element));
     return static_cast<jobjectArray>(quiet::ref(made));
 }
-
-void* nativeMethod(const std::string& name) { return state.natives.at(name); }
 
 bool registerService(const ndk::SpAIBinder& binder) {
     return AServiceManager_addService(binder.get(), kServiceName) == EX_NONE;

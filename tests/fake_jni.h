@@ -6,29 +6,23 @@
 #pragma once
 
 #include <android/binder_auto_utils.h>
-#include <jni.h>
 
 #include <atomic>
 #include <functional>
-#include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "aidl/IOrvixService.h"
+#include "sim/vm/quiet_jni.h"
 
 namespace fake {
 
 namespace orvix = aidl::vendor::nuvel::data::orvixservice;
 
-// What the VM and the platform answer. Set it while no other thread runs, except the atomic members.
+// What the platform answers; the VM has a script of its own. Set it while no other thread runs, except the atomic
+// member.
 struct Script {
-    std::optional<jint> getEnv;         // instead of whether the thread is attached
-    std::atomic<jint> attach = JNI_OK;  // AttachCurrentThread
-    jint registerNatives = JNI_OK;
-    std::set<std::string> missing;  // classes and methods that are not there
-    bool allocObject = true;
     int tagSocket = 0;
     std::atomic<int> nullServices = 0;  // so many waits for the service give null at once
     // Runs on the thread that made the line, before the call is made.
@@ -36,12 +30,9 @@ struct Script {
 };
 extern Script& script;
 
-// Before everything else, and again to forget the transcript and the script. The calling thread is attached, as threads
-// of Java are. The services are those of this process and its children alone.
+// Before everything else, and again to forget the transcript and both scripts. The calling thread is attached, as
+// threads of Java are. The services are those of this process and its children alone.
 void reset();
-void setAttached(bool attached);
-JavaVM* vm();
-JNIEnv* env();
 
 void record(const std::string& line);
 void clearLines();
@@ -61,13 +52,6 @@ jobject parcelOf(const Record& record) {
     record.writeToParcel(content);
     AParcel_setDataPosition(content, 0);
     return parcel(content);
-}
-
-// Calls a native method by the name under which the library registered it.
-void* nativeMethod(const std::string& name);
-template <typename... Args>
-void callNative(JNIEnv* caller, const char* name, Args... args) {
-    reinterpret_cast<void (*)(JNIEnv*, jobject, Args...)>(nativeMethod(name))(caller, nullptr, args...);
 }
 
 // The name that the library waits for.

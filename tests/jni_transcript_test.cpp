@@ -15,7 +15,7 @@
 namespace {
 
 using namespace orvix;
-using fake::callNative;
+using quiet::callNative;
 
 struct Scene {
     const char* name;
@@ -51,6 +51,7 @@ void compare(const std::string& file, const std::vector<Scene>& scenes) {
         std::string transcript;
         for (const std::string& line : fake::lines()) transcript += line + '\n';
         EXPECT_EQ(section.mapped(), transcript) << file << ", " << scene.name;
+        EXPECT_EQ(quiet::script.misuse, decltype(quiet::script.misuse){}) << "misuse that was to be seen";
     }
     for (const auto& [name, text] : sections) ADD_FAILURE() << file << ": nothing plays " << name;
 }
@@ -60,7 +61,7 @@ void compare(const std::string& file, const std::vector<Scene>& scenes) {
 void nothing() {}
 
 void load() {
-    fake::record("return " + std::to_string(JNI_OnLoad(fake::vm(), nullptr)));
+    fake::record("return " + std::to_string(JNI_OnLoad(quiet::vm(), nullptr)));
     // The storage of a client outlives it once it had a thread: not a leak.
     static auto& clients = *new std::vector<AidlClient*>;
     clients.push_back(gAidlClient.get());
@@ -69,7 +70,7 @@ void load() {
 // A fresh client, on a thread that is not attached.
 void loaded() {
     load();
-    fake::setAttached(false);
+    quiet::leave();
 }
 
 // A service of this process that answers every call so. The library has a proxy of it, as of one in another process.
@@ -94,8 +95,8 @@ void bound() {
     bindAndUp();
 }
 
-void attachFails() { fake::script.attach = JNI_ERR; }
-void noObject() { fake::script.allocObject = false; }
+void attachFails() { quiet::script.attach = JNI_ERR; }
+void noObject() { quiet::script.allocObject = false; }
 auto after(void (*before)(), std::function<void()> change) {
     return [=] {
         before();
@@ -123,19 +124,23 @@ Scene asked(const char* name, std::function<ScopedAStatus(IRequest&)> ask) {
 // A native method, called by a thread of Java.
 template <typename... Args>
 void java(const char* name, Args... args) {
-    fake::setAttached(true);
-    callNative(fake::env(), name, args...);
-    fake::setAttached(false);
+    quiet::env();
+    callNative(quiet::env(), name, args...);
+    quiet::leave();
 }
 
 TEST(Transcript, Load) {
-    const auto missing = [](const char* name) { return [=] { fake::script.missing = {name}; }; };
+    const auto missing = [](const char* name) { return [=] { quiet::script.missing = {name}; }; };
+    const auto noClass = [] {
+        quiet::script.missing = {"SorvixAidlClient"};
+        quiet::script.misuse = {"GetMethodID of a null class", "AllocObject of a null class"};
+    };
     compare("load.txt", {{"good", nothing, load},
-                         {"GetEnv fails", [] { fake::script.getEnv = JNI_EVERSION; }, load},
+                         {"GetEnv fails", [] { quiet::script.getEnv = JNI_EVERSION; }, load},
                          {"JniHelper missing", missing("JniHelper"), load},
-                         {"RegisterNatives negative", [] { fake::script.registerNatives = -1; }, load},
-                         {"SorvixAidlClient missing: the load succeeds, every call-out fails at its look-up",
-                          missing("SorvixAidlClient"), after(loaded, handling({.type = 1}))},
+                         {"RegisterNatives negative", [] { quiet::script.registerNatives = -1; }, load},
+                         {"SorvixAidlClient missing: the load succeeds, every call-out fails at its look-up", noClass,
+                          after(loaded, handling({.type = 1}))},
                          {"second load: what the first client had queued is lost, and nothing of the VM is released",
                           after(load, [] { gAidlClient->pushEv({.type = 1}); }),
                           after(load, [] { gAidlClient->handleEvents(); })}});
@@ -147,11 +152,14 @@ TEST(Transcript, Requests) {
     };
     const auto twice = [] {
         handle({.type = 1});
-        fake::script.attach = JNI_OK;
+        quiet::script.attach = JNI_OK;
         handle({.type = 1});
     };
-    const auto getEnvFails = [] { fake::script.getEnv = JNI_EVERSION; };
-    const auto noMethod = [] { fake::script.missing = {"startUidStatsPolling"}; };
+    const auto getEnvFails = [] { quiet::script.getEnv = JNI_EVERSION; };
+    const auto noMethod = [] {
+        quiet::script.missing = {"startUidStatsPolling"};
+        quiet::script.misuse = {"AllocObject with an exception pending", "CallVoidMethod of a null method"};
+    };
     const NetworkStats stats{1, -2, 30000000000, 4, 5, -6, 7, "wlan0, a name longer than any short buffer"};
     const NetworkStats beyondAscii{0, 0, 0, 0, 0, 0, 0, "Zoë 日本"};
     compare(

@@ -49,6 +49,16 @@ class Process {
         waitpid(pid, nullptr, 0);
         pid = -1;
     }
+    // Its exit code; -1 if a signal ended it, -2 if it still runs after so many seconds.
+    int exitCode(int seconds) {
+        int status = 0;
+        for (int i = 0; waitpid(pid, &status, WNOHANG) == 0; ++i) {
+            if (i == seconds * 100) return -2;
+            usleep(10000);
+        }
+        pid = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
     void signal(int number) const { ::kill(pid, number); }
     // When it returns, no thread of the process runs any more.
     void stop() const {

@@ -89,10 +89,10 @@ int main(int argc, char** argv) {
     if (threads < 1 || threads > static_cast<int>(kThreads)) return 2;
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     __android_log_set_logger([](const __android_log_message*) {});
-    quiet::onCall = onCall;
+    quiet::script.onCall = onCall;
     quiet::env();
     if (JNI_OnLoad(quiet::vm(), nullptr) != JNI_VERSION_1_6) return 1;
-    quiet::vm()->DetachCurrentThread();
+    quiet::leave();
     AidlClient::initialize(quiet::env(), nullptr);
     std::vector<std::thread> senders;
     senders.reserve(static_cast<size_t>(threads));

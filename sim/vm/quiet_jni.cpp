@@ -4,63 +4,94 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <map>
 #include <mutex>
-#include <utility>
+#include <unordered_set>
 
 namespace quiet {
 
-std::function<void(const Call&)> onCall;
-std::atomic<jint> attachResult = JNI_OK;
+// Nothing here is ever destroyed: threads go on while the process ends.
+Script& script = *new Script;
 std::atomic<int> localReferences = 0;
 
 namespace {
 
-struct Method {
-    std::string name;
-    std::string signature;
+using Method = const std::string;  // name and signature
+
+std::mutex& gMutex = *new std::mutex;                   // guards what follows
+auto& gMethods = *new std::unordered_set<std::string>;  // for ever, as in a VM
+auto& gNatives = *new std::map<std::string, void*>;
+
+// A class, a field, and every object on which methods are called.
+Object& gAny = *new Object;
+
+// A thread of the VM, from its attaching to its detaching.
+struct Attachment {
+    uintptr_t number = 0;  // of the attaching; 0 while the thread is not attached
+    std::vector<Object*> locals;
+    std::deque<Object> made;  // strings and arrays
+    bool exception = false;
+    int frames = 0;  // native methods under way
 };
+thread_local Attachment tHere;
 
-// Found once, kept for ever, as methods are in a VM.
-const Method* methodOf(const char* name, const char* signature) {
-    static auto& mutex = *new std::mutex;  // threads come here while the process ends
-    static auto* const methods = new std::map<std::string, Method, std::less<>>;
-    const std::lock_guard lock(mutex);
-    const auto found = methods->find(std::string_view(name));
-    if (found != methods->end() && found->second.signature == signature) return &found->second;
-    return &methods->insert_or_assign(name, Method{name, signature}).first->second;
-}
-
-Object gAny;  // every class, and every object on which methods are called
-thread_local bool tAttached = false;
-thread_local int tLocals = 0;
-thread_local std::deque<Object> tMade;  // strings and arrays of this thread, until it detaches
-
-template <typename T = jobject>
-T local(Object& object) {
-    ++tLocals;
-    ++localReferences;
-    return reinterpret_cast<T>(&object);
-}
-
-Object& of(jobject object) {
-    if (object == nullptr) {
-        std::fputs("a null reference was passed to the VM\n", stderr);
-        std::abort();
-    }
-    return *reinterpret_cast<Object*>(object);
-}
-
-void checkRange(bool inside) {
-    if (inside) return;
-    std::fputs("an index outside of a Java array\n", stderr);
+void misuse(const std::string& text) {
+    const std::lock_guard lock(gMutex);
+    if (script.misuse.erase(text) != 0) return;
+    std::fprintf(stderr, "Java VM: %s\n", text.c_str());
     std::abort();
 }
 
-void checkRegion(jbyteArray array, jsize start, jsize length) {
-    checkRange(start >= 0 && length >= 0 &&
-               static_cast<size_t>(start) + static_cast<size_t>(length) <= of(array).bytes.size());
+void check(bool held, const char* function, const char* what) {
+    if (!held) misuse(std::string(function) + what);
+}
+
+// What every function checks but those that are there to clean up.
+void enter(const char* function) {
+    check(tHere.number != 0, function, " on a thread that is not attached");
+    check(!tHere.exception, function, " with an exception pending");
+}
+
+// A local reference is odd: the attaching's number, an index, 1. All others are addresses.
+constexpr unsigned kIndexBits = 24;
+template <typename T = jobject>
+T local(Object& object) {
+    tHere.locals.push_back(&object);
+    ++localReferences;
+    const uintptr_t index = tHere.locals.size() - 1;
+    return reinterpret_cast<T>(tHere.number << (kIndexBits + 1) | index << 1 | 1);
+}
+bool isLocal(jobject reference) { return (reinterpret_cast<uintptr_t>(reference) & 1) != 0; }
+
+// Where the object of a local reference stands; null behind its end.
+Object** placeOf(jobject reference) {
+    const auto bits = reinterpret_cast<uintptr_t>(reference);
+    const size_t index = bits >> 1 & ((1u << kIndexBits) - 1);
+    const bool here = bits >> (kIndexBits + 1) == tHere.number && index < tHere.locals.size();
+    if (here && tHere.locals[index] != nullptr) return &tHere.locals[index];
+    misuse("a local reference is used after its end");
+    return nullptr;
+}
+
+void enter(const char* function, jobject target, const char* null) {
+    enter(function);
+    check(target != nullptr, function, null);
+}
+
+void checkRegion(const char* function, jbyteArray array, jsize start, jsize length) {
+    enter(function, array, " of a null array");
+    const bool inside =
+        start >= 0 && length >= 0 && static_cast<size_t>(start) + static_cast<size_t>(length) <= of(array).bytes.size();
+    check(inside, function, " outside of the array");
+}
+
+Method* methodOf(const char* name, const char* signature) {
+    thread_local std::string key;
+    key.assign(name).append(signature);
+    const std::lock_guard lock(gMutex);
+    return &*gMethods.insert(key).first;
 }
 
 std::vector<Value> gather(const std::string& signature, va_list values) {
@@ -80,48 +111,83 @@ std::vector<Value> gather(const std::string& signature, va_list values) {
     return gathered;
 }
 
+// Null, with an exception, instead of what is missing.
+template <typename T>
+T unless(bool missing, T found) {
+    tHere.exception = missing;
+    return missing ? nullptr : found;
+}
+
 JNINativeInterface makeTable() {
     JNINativeInterface t{};
-    t.FindClass = [](JNIEnv*, const char*) { return local<jclass>(gAny); };
-    t.RegisterNatives = [](JNIEnv*, jclass, const JNINativeMethod*, jint) { return jint{JNI_OK}; };
-    t.NewGlobalRef = [](JNIEnv*, jobject object) { return object; };
+    t.FindClass = [](JNIEnv*, const char* path) {
+        enter("FindClass");
+        return unless(script.missing.contains(std::strrchr(path, '/') + 1), local<jclass>(gAny));
+    };
+    t.RegisterNatives = [](JNIEnv*, jclass target, const JNINativeMethod* methods, jint count) {
+        enter("RegisterNatives", target, " of a null class");
+        const std::lock_guard lock(gMutex);
+        for (jint i = 0; i < count; ++i) gNatives[methods[i].name] = methods[i].fnPtr;
+        return script.registerNatives;
+    };
+    t.NewGlobalRef = [](JNIEnv*, jobject object) { return object == nullptr ? nullptr : ref(of(object)); };
     t.DeleteLocalRef = [](JNIEnv*, jobject object) {
-        if (object == nullptr) return;
-        --tLocals;
-        --localReferences;
+        if (!isLocal(object)) return;
+        if (Object** const place = placeOf(object)) {
+            *place = nullptr;
+            --localReferences;
+        }
     };
-    t.GetMethodID = [](JNIEnv*, jclass, const char* name, const char* signature) {
-        return reinterpret_cast<jmethodID>(const_cast<Method*>(methodOf(name, signature)));
+    t.GetMethodID = [](JNIEnv*, jclass target, const char* name, const char* signature) {
+        enter("GetMethodID", target, " of a null class");
+        return target == nullptr
+                   ? nullptr
+                   : unless(script.missing.contains(name),
+                            reinterpret_cast<jmethodID>(const_cast<std::string*>(methodOf(name, signature))));
     };
-    t.AllocObject = [](JNIEnv*, jclass) { return local(gAny); };
+    t.AllocObject = [](JNIEnv*, jclass target) {
+        enter("AllocObject", target, " of a null class");
+        return target == nullptr ? nullptr : unless(!script.allocObject, local(gAny));
+    };
     t.CallVoidMethodV = [](JNIEnv*, jobject object, jmethodID id, va_list values) {
+        enter("CallVoidMethod", object, " on a null object");
         (void)of(object);
-        const Method& method = *reinterpret_cast<Method*>(id);
-        if (onCall) onCall({method.name, gather(method.signature, values)});
+        check(id != nullptr, "CallVoidMethod", " of a null method");
+        if (!script.onCall || id == nullptr) return;
+        Method& method = *reinterpret_cast<Method*>(id);
+        const size_t signature = method.find('(');
+        script.onCall({method.substr(0, signature), gather(method.substr(signature), values)});
     };
-    t.NewStringUTF = [](JNIEnv*, const char* text) { return local<jstring>(tMade.emplace_back(Object{.text = text})); };
+    t.NewStringUTF = [](JNIEnv*, const char* text) {
+        enter("NewStringUTF");
+        return local<jstring>(tHere.made.emplace_back(Object{.text = text}));
+    };
     t.NewByteArray = [](JNIEnv*, jsize length) {
-        return local<jbyteArray>(
-            tMade.emplace_back(Object{.bytes = std::vector<uint8_t>(static_cast<size_t>(length))}));
+        enter("NewByteArray");
+        const auto size = static_cast<size_t>(length);
+        return local<jbyteArray>(tHere.made.emplace_back(Object{.bytes = std::vector<uint8_t>(size)}));
     };
     t.SetByteArrayRegion = [](JNIEnv*, jbyteArray array, jsize start, jsize length, const jbyte* from) {
-        checkRegion(array, start, length);
+        checkRegion("SetByteArrayRegion", array, start, length);
         std::copy_n(from, length, of(array).bytes.begin() + start);
     };
     t.GetByteArrayRegion = [](JNIEnv*, jbyteArray array, jsize start, jsize length, jbyte* to) {
-        checkRegion(array, start, length);
+        checkRegion("GetByteArrayRegion", array, start, length);
         std::copy_n(of(array).bytes.begin() + start, length, to);
     };
     t.GetArrayLength = [](JNIEnv*, jarray array) {
+        enter("GetArrayLength", array, " of a null array");
         return static_cast<jsize>(of(array).elements.size() + of(array).bytes.size());
     };
-    // A native method's references end when it returns, so they are not counted.
+    // A native method's references end when it returns: Java's own objects serve for them.
     t.GetObjectArrayElement = [](JNIEnv*, jobjectArray array, jsize index) {
-        checkRange(index >= 0 && static_cast<size_t>(index) < of(array).elements.size());
-        return ref(*of(array).elements[static_cast<size_t>(index)]);
+        enter("GetObjectArrayElement", array, " of a null array");
+        const auto& elements = of(array).elements;
+        check(index >= 0 && static_cast<size_t>(index) < elements.size(), "GetObjectArrayElement", " outside of it");
+        return ref(*elements[static_cast<size_t>(index)]);
     };
     // How the platform finds the parcel behind Java's.
-    t.GetObjectClass = [](JNIEnv*, jobject) { return local<jclass>(gAny); };
+    t.GetObjectClass = [](JNIEnv*, jobject) { return reinterpret_cast<jclass>(&gAny); };
     t.GetFieldID = [](JNIEnv*, jclass, const char*, const char*) { return reinterpret_cast<jfieldID>(&gAny); };
     t.GetLongField = [](JNIEnv*, jobject object, jfieldID) { return reinterpret_cast<jlong>(of(object).parcel); };
     return t;
@@ -133,20 +199,19 @@ JNIEnv gEnv{&kTable};
 JNIInvokeInterface makeVmTable() {
     JNIInvokeInterface t{};
     t.AttachCurrentThread = [](JavaVM*, JNIEnv** out, void*) {
-        const jint result = attachResult;
-        if (result != JNI_OK) return result;
-        tAttached = true;
-        *out = &gEnv;
+        const jint result = script.attach;
+        if (result == JNI_OK) *out = env();
         return result;
     };
     t.DetachCurrentThread = [](JavaVM*) {
-        localReferences -= std::exchange(tLocals, 0);
-        tMade.clear();
-        tAttached = false;
+        check(tHere.number != 0, "DetachCurrentThread", " of a thread that is not attached");
+        check(tHere.frames == 0, "DetachCurrentThread", " inside of a native method");
+        leave();
         return jint{JNI_OK};
     };
     t.GetEnv = [](JavaVM*, void** out, jint) {
-        if (!tAttached) return jint{JNI_EDETACHED};
+        if (script.getEnv) return *script.getEnv;
+        if (tHere.number == 0) return jint{JNI_EDETACHED};
         *out = &gEnv;
         return jint{JNI_OK};
     };
@@ -158,10 +223,28 @@ JavaVM gVm{&kVmTable};
 
 }  // namespace
 
+Object& of(jobject reference) {
+    check(reference != nullptr, "a null reference", " is used");
+    Object** const place = isLocal(reference) ? placeOf(reference) : nullptr;
+    return place != nullptr ? **place : isLocal(reference) ? gAny : *reinterpret_cast<Object*>(reference);
+}
+
 JavaVM* vm() { return &gVm; }
 JNIEnv* env() {
-    tAttached = true;
+    static std::atomic<uintptr_t> last = 0;
+    if (tHere.number == 0) tHere.number = ++last;
     return &gEnv;
 }
+void leave() {
+    for (const Object* local : tHere.locals) localReferences -= local != nullptr;
+    tHere = {};
+}
+
+void* nativeMethod(const std::string& name) {
+    const std::lock_guard lock(gMutex);
+    return gNatives.at(name);
+}
+NativeFrame::NativeFrame() { ++tHere.frames; }
+NativeFrame::~NativeFrame() { --tHere.frames; }
 
 }  // namespace quiet

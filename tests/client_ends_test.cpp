@@ -1,0 +1,162 @@
+// The client's end, at a second load and at the end of the process, while threads of every kind are about: the process
+// ends by its own exit, nobody hangs, and a new client works.
+//
+// The program is also the process that meets the end: "--end WAY [LINE]".
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <list>
+#include <thread>
+
+#include "callback/OrvixCallback.h"
+#include "client/AidlClient.h"
+#include "tests/aidl_support.h"
+#include "tests/fake_jni.h"
+#include "tests/process.h"
+
+namespace {
+
+using namespace orvix;
+
+constexpr int kExitCode = 7;
+enum Fault : int { kHangs = 3, kWrongHash };
+
+// Whether the client has ended. Relaxed: threads are not to be ordered by it, or a sanitizer would see no race.
+std::atomic<bool> gOver = false;
+bool isOver() { return gOver.load(std::memory_order_relaxed); }
+
+// Registered before any static object is made, so run after they are gone: what the client leaves is looked at.
+[[gnu::constructor(101)]] void stayForAWhile() {
+    std::atexit([] {
+        gOver.store(true, std::memory_order_relaxed);
+        usleep(100'000);
+    });
+}
+
+void load() {
+    if (JNI_OnLoad(quiet::vm(), nullptr) != JNI_VERSION_1_6) std::abort();
+}
+void initialize() { quiet::callNative(quiet::env(), "initialize"); }
+
+void waitUntil(const auto& done) {
+    for (int i = 0; !done(); ++i) {
+        if (i == 10'000) _exit(kHangs);
+        usleep(1000);
+    }
+}
+
+// A client after the first one has ended is bound and told so.
+void loadAgain() {
+    load();
+    gOver.store(true, std::memory_order_relaxed);
+    const size_t before = fake::count("transact 1 ");
+    initialize();
+    waitUntil([=] { return fake::count("transact 1 ") > before; });
+}
+
+// A thread of the client is held where it makes the line, until the end is over; some lines are made with a lock held
+// that the end waits for, so not for long.
+void holdOneThread(const std::string& line) {
+    static std::atomic<bool> held = false;
+    fake::script.then = [line, main = std::this_thread::get_id()](const std::string& made) {
+        if (!made.starts_with(line) || std::this_thread::get_id() == main || held.exchange(true)) return;
+        for (int i = 0; i < 300 && !isOver(); ++i) usleep(1000);
+    };
+    load();
+    initialize();
+    waitUntil([] { return held || fake::count("transact 1 ") > 0; });
+    gAidlClient->pushEv({.type = 2});
+    AidlClient::deathCallback(nullptr);
+    waitUntil([] { return held.load(); });
+}
+
+// Threads of Java and of binder that go on for ever. Returns what waits until each of them has gone on.
+auto keepThreadsBusy() {
+    static std::atomic<int> rounds[4];
+    const auto forEver = [](std::atomic<int>& count, auto work) {
+        std::thread([&count, work] {
+            for (;; ++count) work();
+        }).detach();
+    };
+    load();
+    initialize();
+    waitUntil([] { return fake::count("transact 1 ") > 0; });
+    static const auto& callback = *new auto(ndk::SharedRefBase::make<OrvixCallback>());
+    static const auto& hash = *new std::string(IRequest::hash);
+    forEver(rounds[0], [] { quiet::callNative(quiet::env(), "sendScreenState", jboolean{1}); });
+    forEver(rounds[1], [] { quiet::callNative(quiet::env(), "queryStats"); });
+    forEver(rounds[2], [] {
+        for (int i = 0; i < 20; ++i, usleep(200)) callback->startNetworkStatsPolling(i);
+        AidlClient::deathCallback(nullptr);
+    });
+    forEver(rounds[3], [] {
+        std::string answer;
+        callback->getInterfaceHash(&answer);
+        if (answer != hash) _exit(kWrongHash);
+    });
+    return [] {
+        for (std::atomic<int>& count : rounds) waitUntil([&, before = count.load()] { return count > before + 10; });
+    };
+}
+
+int meetTheEnd(const std::string& way, const std::string& line) {
+    fake::reset();
+    if (!fake::registerService(orvix_test::peerOf<IOrvixService>([](auto...) { return STATUS_OK; }))) return 1;
+    std::function<void()> goOn = [] {};
+    if (line.empty()) {
+        goOn = keepThreadsBusy();
+    } else {
+        holdOneThread(line);
+    }
+    goOn();
+    if (way == "load") loadAgain();
+    goOn();
+    exit(kExitCode);
+}
+
+class End : public testing::TestWithParam<const char*> {
+  protected:
+    // Meets the end with each line, all at once.
+    static void meet(const std::vector<const char*>& lines) {
+        std::list<orvix_test::Process> processes;
+        for (const char* line : lines) {
+            processes.emplace_back(std::vector<std::string>{"--end", GetParam(), line});
+        }
+        for (const char* line : lines) {
+            EXPECT_EQ(processes.front().exitCode(30), kExitCode) << GetParam() << ", " << line;
+            processes.pop_front();
+        }
+    }
+};
+
+TEST_P(End, AmongBusyThreads) { meet({""}); }
+
+TEST_P(End, WhileAThreadIsBinding) {
+    meet({"binder waitForService", "binder associateClass", "binder linkToDeath", "log D bindToService is successful"});
+}
+
+TEST_P(End, WhileAThreadIsOnItsWayIntoJava) {
+    meet({"log D new aidl event arrived", "log D handleEvent 0", "vm GetEnv", "vm AttachCurrentThread",
+          "log D getJavaCallbackClass start", "jni AllocObject", "log D startNetworkStatsPolling start"});
+}
+
+TEST_P(End, WhileAThreadIsInJavaOrBack) {
+    meet({"jni CallVoidMethod(object, method, true)", "vm DetachCurrentThread", "transact 1 ",
+          "log D handleServiceDown start", "binder unlinkToDeath", "jni CallVoidMethod(object, method, false)"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Client, End, testing::Values("exit", "load"),
+                         [](const auto& tested) { return std::string(tested.param); });
+
+}  // namespace
+
+// The thread sanitizer would wait a second at the end of every process.
+extern "C" const char* __tsan_default_options() { return "atexit_sleep_ms=0"; }
+
+int main(int argc, char** argv) {
+    if (argc == 4 && argv[1] == std::string("--end")) return meetTheEnd(argv[2], argv[3]);
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
