@@ -63,7 +63,7 @@ inline bool allocateBytes(void* target, int32_t length, int8_t** buffer) {
     return true;
 }
 
-inline bool fitsLength(size_t size) { return size <= static_cast<size_t>(std::numeric_limits<int32_t>::max()); }
+inline constexpr size_t kMaxLength = std::numeric_limits<int32_t>::max();
 
 }  // namespace codec
 
@@ -90,7 +90,7 @@ binder_status_t readValue(const AParcel* parcel, E& value) {
 }
 
 inline binder_status_t writeValue(AParcel* parcel, const std::string& value) {
-    if (!codec::fitsLength(value.size())) return STATUS_BAD_VALUE;
+    if (value.size() > codec::kMaxLength) return STATUS_BAD_VALUE;
     return AParcel_writeString(parcel, value.data(), static_cast<int32_t>(value.size()));
 }
 inline binder_status_t readValue(const AParcel* parcel, std::string& value) {
@@ -105,7 +105,7 @@ inline binder_status_t readValue(const AParcel* parcel, std::optional<std::strin
 }
 
 inline binder_status_t writeValue(AParcel* parcel, const std::vector<uint8_t>& value) {
-    if (!codec::fitsLength(value.size())) return STATUS_BAD_VALUE;
+    if (value.size() > codec::kMaxLength) return STATUS_BAD_VALUE;
     return AParcel_writeByteArray(parcel, reinterpret_cast<const int8_t*>(value.data()),
                                   static_cast<int32_t>(value.size()));
 }
@@ -130,7 +130,7 @@ binder_status_t readValue(const AParcel* parcel, R& record) {
 // The platform writes the count and checks it; at() holds it to the vector.
 template <Record R>
 binder_status_t writeValue(AParcel* parcel, const std::vector<R>& records) {
-    if (!codec::fitsLength(records.size())) return STATUS_BAD_VALUE;
+    if (records.size() > codec::kMaxLength) return STATUS_BAD_VALUE;
     return AParcel_writeParcelableArray(
         parcel, &records, static_cast<int32_t>(records.size()), [](AParcel* out, const void* vector, size_t index) {
             return writeValue(out, static_cast<const std::vector<R>*>(vector)->at(index));

@@ -107,10 +107,8 @@ class BpOrvixService : public Proxy<IOrvixService> {
 };
 
 // Answers every method with STATUS_UNKNOWN_TRANSACTION; a default implementation derives from it and overrides some.
-class IOrvixServiceDefault : public IOrvixService {
+class IOrvixServiceDefault : public Default<IOrvixService> {
   public:
-    ndk::SpAIBinder asBinder() override { return ndk::SpAIBinder(); }
-    bool isRemote() override { return false; }
     ScopedAStatus registerRequest(const std::shared_ptr<IRequest>&) override { return unknown(); }
     ScopedAStatus sendRadioTechStatus(const RadioTechStatus&) override { return unknown(); }
     ScopedAStatus sendNetworkStatsForAllUids(RatType, const std::vector<NetworkStatsParams>&) override {
@@ -130,14 +128,6 @@ class IOrvixServiceDefault : public IOrvixService {
     ScopedAStatus sendFdforUID(const ndk::ScopedFileDescriptor&) override { return unknown(); }
     ScopedAStatus sendSocketFd(int32_t, const ndk::ScopedFileDescriptor&) override { return unknown(); }
     ScopedAStatus sendBlobToMirel(int32_t, const std::vector<uint8_t>&) override { return unknown(); }
-    ScopedAStatus getInterfaceVersion(int32_t* answer) override {
-        *answer = 0;
-        return ndk::ScopedAStatus::ok();
-    }
-    ScopedAStatus getInterfaceHash(std::string* answer) override {
-        answer->clear();
-        return ndk::ScopedAStatus::ok();
-    }
 };
 
 // The library is only a client of this interface; services, simulated ones too, derive from this.

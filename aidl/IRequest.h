@@ -122,10 +122,8 @@ class BpRequest : public Proxy<IRequest> {
 };
 
 // Answers every method with STATUS_UNKNOWN_TRANSACTION; a default implementation derives from it and overrides some.
-class IRequestDefault : public IRequest {
+class IRequestDefault : public Default<IRequest> {
   public:
-    ndk::SpAIBinder asBinder() override { return ndk::SpAIBinder(); }
-    bool isRemote() override { return false; }
     ScopedAStatus getRadioStatus() override { return unknown(); }
     ScopedAStatus startNetworkStatsPolling(int32_t) override { return unknown(); }
     ScopedAStatus stopNetworkStatsPolling() override { return unknown(); }
@@ -149,14 +147,6 @@ class IRequestDefault : public IRequest {
     ScopedAStatus getFdforUID(int32_t) override { return unknown(); }
     ScopedAStatus getSocketFd(const SocketInfo&) override { return unknown(); }
     ScopedAStatus sendBlobToApk(int32_t, const std::vector<uint8_t>&) override { return unknown(); }
-    ScopedAStatus getInterfaceVersion(int32_t* answer) override {
-        *answer = 0;
-        return ndk::ScopedAStatus::ok();
-    }
-    ScopedAStatus getInterfaceHash(std::string* answer) override {
-        answer->clear();
-        return ndk::ScopedAStatus::ok();
-    }
 };
 
 // OrvixCallback derives from this; the service holds a BpRequest. Methods run on binder threads, several at once; the

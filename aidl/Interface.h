@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "aidl/Method.h"
 
@@ -55,7 +56,24 @@ class Interface : public ndk::ICInterface {
     static inline std::shared_ptr<I> defaultImpl;
 };
 
-// The status of everything that a default implementation does not do.
-inline ScopedAStatus unknown() { return ScopedAStatus::fromStatus(STATUS_UNKNOWN_TRANSACTION); }
+// Base of the default implementations, which do nothing: they have no binder, and know no method until they override
+// it.
+template <typename I>
+class Default : public I {
+  public:
+    ndk::SpAIBinder asBinder() override { return ndk::SpAIBinder(); }
+    bool isRemote() override { return false; }
+    ScopedAStatus getInterfaceVersion(int32_t* answer) override {
+        *answer = 0;
+        return ScopedAStatus::ok();
+    }
+    ScopedAStatus getInterfaceHash(std::string* answer) override {
+        answer->clear();
+        return ScopedAStatus::ok();
+    }
+
+  protected:
+    static ScopedAStatus unknown() { return ScopedAStatus::fromStatus(STATUS_UNKNOWN_TRANSACTION); }
+};
 
 }  // namespace aidl::vendor::nuvel::data::orvixservice

@@ -5,6 +5,7 @@
 
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <type_traits>
 
 #include "aidl/Interface.h"
@@ -15,6 +16,42 @@ namespace aidl::vendor::nuvel::data::orvixservice {
 inline constexpr binder_flags_t kTwoWay = FLAG_PRIVATE_VENDOR;
 inline constexpr binder_flags_t kOneWay = kTwoWay | binder_flags_t{FLAG_ONEWAY};
 
+// One method as the transaction sees it: what depends on its types is behind the functions. `arguments` is what the
+// proxy's method has packed for them.
+struct Call {
+    transaction_code_t code;
+    binder_status_t (*write)(AParcel* in, const void* arguments);
+    binder_status_t (*read)(const AParcel* out, const void* arguments);  // null: a one-way call
+    ndk::ICInterface* (*defaultImpl)();
+    ScopedAStatus (*repeat)(ndk::ICInterface& implementation,
+                            const void* arguments);  // the same call, without a binder
+};
+ScopedAStatus transact(ndk::ICInterface& proxy, const Call& call, const void* arguments);
+
+namespace proxy {
+
+template <typename Arguments>
+binder_status_t write(AParcel* in, const void* arguments) {
+    return std::apply([in](const auto&... args) { return writeArguments(in, args...); },
+                      *static_cast<const Arguments*>(arguments));
+}
+
+// Where the answer to a question goes; a good one of the peer is kept, too.
+template <typename T>
+struct Answer {
+    T* asked;
+    T* cached;
+};
+template <typename T>
+binder_status_t read(const AParcel* out, const void* answer) {
+    const auto [asked, cached] = *static_cast<const Answer<T>*>(answer);
+    const binder_status_t status = readValue(out, *asked);
+    if (status == STATUS_OK) *cached = *asked;
+    return status;
+}
+
+}  // namespace proxy
+
 // Base of the proxies. Methods may be called from any thread at once. Every failure is the returned status; only a
 // descriptor that is none is logged too (Codec.h). The caches are never invalidated: a proxy does not outlive the
 // service that it was made for.
@@ -24,9 +61,7 @@ class Proxy : public ndk::BpCInterface<I> {
     explicit Proxy(const ndk::SpAIBinder& binder) : ndk::BpCInterface<I>(binder) {}
 
     ScopedAStatus getInterfaceVersion(int32_t* answer) override {
-        if (cachedVersion == -1) {
-            return ask<&I::getInterfaceVersion>(kGetInterfaceVersion, *answer, cachedVersion);
-        }
+        if (cachedVersion == -1) return ask<&I::getInterfaceVersion>(kGetInterfaceVersion, *answer, cachedVersion);
         *answer = cachedVersion;
         return ScopedAStatus::ok();
     }
@@ -44,47 +79,30 @@ class Proxy : public ndk::BpCInterface<I> {
     ScopedAStatus oneway(const Args&... args) {
         static_assert(std::is_same_v<std::tuple<Args...>, typename Method<Pointer>::Arguments>,
                       "pass the method's own parameters, all of them, in their order");
-        ndk::ScopedAParcel reply;
-        const Outcome outcome = transact(codeOf<Pointer>(), kOneWay, reply, args...);
-        if (outcome.unknown && I::getDefaultImpl()) return (I::getDefaultImpl().get()->*Pointer)(args...);
-        return ScopedAStatus::fromStatus(outcome.status);
+        using Arguments = std::tuple<const Args&...>;
+        constexpr auto repeat = [](ndk::ICInterface& implementation, const void* arguments) {
+            const auto call = [&](const auto&... all) { return (static_cast<I&>(implementation).*Pointer)(all...); };
+            return std::apply(call, *static_cast<const Arguments*>(arguments));
+        };
+        static constexpr Call call{codeOf<Pointer>(), proxy::write<Arguments>, nullptr, defaultImpl, repeat};
+        const Arguments arguments(args...);
+        return transact(*this, call, &arguments);
     }
 
   private:
-    struct Outcome {
-        binder_status_t status;
-        bool unknown;  // the peer does not know the code; a failure before the transaction never says so
-    };
+    static ndk::ICInterface* defaultImpl() { return I::getDefaultImpl().get(); }
 
-    template <typename... Args>
-    Outcome transact(transaction_code_t code, binder_flags_t flags, ndk::ScopedAParcel& reply, const Args&... args) {
-        const ndk::SpAIBinder binder = this->asBinder();
-        ndk::ScopedAParcel in;
-        binder_status_t status = AIBinder_prepareTransaction(binder.get(), in.getR());
-        if (status == STATUS_OK) status = writeArguments(in.get(), args...);
-        if (status != STATUS_OK) return {status, false};
-        status = AIBinder_transact(binder.get(), code, in.getR(), reply.getR(), flags);
-        return {status, status == STATUS_UNKNOWN_TRANSACTION};
-    }
-
-    // A two-way question without arguments; a good answer goes into the cache too.
     template <auto Pointer, typename T>
-    ScopedAStatus ask(transaction_code_t code, T& value, T& cache) {
-        ndk::ScopedAParcel reply;
-        const Outcome outcome = transact(code, kTwoWay, reply);
-        if (outcome.unknown && I::getDefaultImpl()) return (I::getDefaultImpl().get()->*Pointer)(&value);
-        if (outcome.status != STATUS_OK) return ScopedAStatus::fromStatus(outcome.status);
-        ScopedAStatus header;
-        binder_status_t status = AParcel_readStatusHeader(reply.get(), header.getR());
-        if (status != STATUS_OK) return ScopedAStatus::fromStatus(status);
-        if (!header.isOk()) return header;
-        status = readValue(reply.get(), value);
-        if (status == STATUS_OK) cache = value;
-        return ScopedAStatus::fromStatus(status);
+    ScopedAStatus ask(transaction_code_t code, T& asked, T& cached) {
+        const auto repeat = [](ndk::ICInterface& implementation, const void* answer) {
+            return (static_cast<I&>(implementation).*Pointer)(static_cast<const proxy::Answer<T>*>(answer)->asked);
+        };
+        const proxy::Answer<T> answer{&asked, &cached};
+        return transact(*this, {code, proxy::write<std::tuple<>>, proxy::read<T>, defaultImpl, repeat}, &answer);
     }
 
     int32_t cachedVersion = -1;     // -1: not asked yet
-    std::string cachedHash = "-1";  // likewise
+    std::string cachedHash = "-1";  // likewise; under the mutex
     std::mutex cachedHashMutex;
 };
 

@@ -34,11 +34,20 @@ consteval bool takes(std::index_sequence<I...>) {
     return requires { R{((void)I, Anything{})...}; };
 }
 
+constexpr bool same(const auto&, const auto&) { return false; }
+template <typename R, typename M>
+constexpr bool same(const Field<R, M>& a, const Field<R, M>& b) {
+    return a.member == b.member;
+}
+constexpr bool isOnce(const auto& field, const auto&... all) { return (same(field, all) + ...) == 1; }
+
 template <typename R>
 inline constexpr size_t kMembers = std::tuple_size_v<std::remove_cvref_t<decltype(R::members)>>;
 template <typename R>
 inline constexpr bool kComplete = takes<R>(std::make_index_sequence<kMembers<R>>{}) &&
-                                  !takes<R>(std::make_index_sequence<kMembers<R> + 1>{});
+                                  !takes<R>(std::make_index_sequence<kMembers<R> + 1>{}) &&
+                                  std::apply([](const auto&... all) { return (isOnce(all, all...) && ...); },
+                                             R::members);
 
 // Positions are the platform's and a record's size is their difference: an overflow here means that the parcel is not
 // to be trusted any more, in every build.
@@ -81,9 +90,9 @@ binder_status_t writeRecord(AParcel* parcel, const R& record) {
     if (status != STATUS_OK) return status;
     const int32_t end = AParcel_getDataPosition(parcel);
     AParcel_setDataPosition(parcel, start);
-    status = AParcel_writeInt32(parcel, record::distance(start, end));
+    AParcel_writeInt32(parcel, record::distance(start, end));  // over what has been written: it cannot fail
     AParcel_setDataPosition(parcel, end);
-    return status;
+    return STATUS_OK;
 }
 
 // STATUS_BAD_VALUE when the size cannot hold itself or runs past what a position can say. After a member that fails
@@ -92,14 +101,14 @@ template <typename R>
 binder_status_t readRecord(const AParcel* parcel, R& record) {
     static_assert(record::kComplete<R>, "R::members must list every member of the record, once");
     const int32_t start = AParcel_getDataPosition(parcel);
-    int32_t size = 0;
+    int32_t size, end;
     binder_status_t status = AParcel_readInt32(parcel, &size);
     if (status != STATUS_OK) return status;
     if (size < static_cast<int32_t>(sizeof(size))) return STATUS_BAD_VALUE;
-    if (start > std::numeric_limits<int32_t>::max() - size) return STATUS_BAD_VALUE;
+    if (__builtin_add_overflow(start, size, &end)) return STATUS_BAD_VALUE;
     status = record::readMembers(parcel, record, start, size, std::make_index_sequence<record::kMembers<R>>{});
     if (status != STATUS_OK) return status;
-    AParcel_setDataPosition(parcel, start + size);
+    AParcel_setDataPosition(parcel, end);
     return STATUS_OK;
 }
 

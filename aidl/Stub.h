@@ -38,12 +38,8 @@ consteval bool codesCountFromOne(const std::tuple<Rows...>& methods) {
         methods);
 }
 
-template <typename T>
-binder_status_t reply(AParcel* out, const T& value) {
-    const ScopedAStatus ok = ScopedAStatus::ok();
-    const binder_status_t status = AParcel_writeStatusHeader(out, ok.get());
-    return status == STATUS_OK ? writeValue(out, value) : status;
-}
+// Answers the two questions about the interface itself; no other code is left.
+binder_status_t describe(transaction_code_t code, AParcel* out, int32_t version, const std::string& hash);
 
 }  // namespace stub
 
@@ -57,11 +53,7 @@ binder_status_t onTransact(AIBinder* binder, transaction_code_t code, const APar
     if (code >= FIRST_CALL_TRANSACTION && code <= invokers.size()) {
         return invokers[code - FIRST_CALL_TRANSACTION](*implementation, in);
     }
-    switch (code) {
-        case kGetInterfaceHash: return stub::reply(out, I::hash);
-        case kGetInterfaceVersion: return stub::reply(out, I::version);
-        default: return STATUS_UNKNOWN_TRANSACTION;
-    }
+    return stub::describe(code, out, I::version, I::hash);
 }
 
 // Base of the stubs: the answers about the interface itself, and a binder that may cross the vendor boundary.
