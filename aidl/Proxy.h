@@ -16,16 +16,16 @@ namespace aidl::vendor::nuvel::data::orvixservice {
 inline constexpr binder_flags_t kTwoWay = FLAG_PRIVATE_VENDOR;
 inline constexpr binder_flags_t kOneWay = kTwoWay | binder_flags_t{FLAG_ONEWAY};
 
-// One method as the transaction sees it: what depends on its types is behind the functions. `arguments` is what the
+// A call as the transaction sees it: what depends on the types of its method is behind functions, which get what the
 // proxy's method has packed for them.
 struct Call {
     transaction_code_t code;
     binder_status_t (*write)(AParcel* in, const void* arguments);
     binder_status_t (*read)(const AParcel* out, const void* arguments);  // null: a one-way call
-    ndk::ICInterface* (*defaultImpl)();
-    ScopedAStatus (*repeat)(ndk::ICInterface& implementation,
-                            const void* arguments);  // the same call, without a binder
+    ndk::ICInterface* (*defaultImpl)();                                  // null: none is set
+    ScopedAStatus (*repeat)(ndk::ICInterface& defaultImpl, const void* arguments);
 };
+// One transaction; the default implementation is asked only when the peer says that it does not know the code.
 ScopedAStatus transact(ndk::ICInterface& proxy, const Call& call, const void* arguments);
 
 namespace proxy {

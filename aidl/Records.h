@@ -195,4 +195,8 @@ struct SocketInfo {
     binder_status_t readFromParcel(const AParcel* parcel) { return readRecord(parcel, *this); }
 };
 
+// All of them, in the order above, for whatever goes through every record.
+using Records = std::tuple<BatteryState, RadioTechStatus, ByteTuple, NetworkStatsParams, NetworkStats, BuildInfoParams,
+                           TelephonyInfoParams, CensusInfo, DnsAddress, NetworkInfo, SocketInfo>;
+
 }  // namespace aidl::vendor::nuvel::data::orvixservice

@@ -38,7 +38,7 @@ consteval bool codesCountFromOne(const std::tuple<Rows...>& methods) {
         methods);
 }
 
-// Answers the two questions about the interface itself; no other code is left.
+// Answers the two questions about the interface itself; every other code is unknown.
 binder_status_t describe(transaction_code_t code, AParcel* out, int32_t version, const std::string& hash);
 
 }  // namespace stub

@@ -73,16 +73,13 @@ std::vector<Operation> operations() {
     gAidlClient->bindToService();
     gAidlClient->handleEvents();
 
-    const BuildInfoParams build{"Debian GNU/Linux", "12 (bookworm)", "6.1.0-18-arm64", "#1 SMP",
-                                "aarch64",          "generic",       "user-build",     "release-keys"};
-    const TelephonyInfoParams phone{.int1 = 1, .text1 = "26201", .text2 = "Carrier", .text3 = "de", .text4 = "LTE"};
     static bare::Promised promised;
     const auto sendFG = [] { return bare::sendFGNetworkInfo(service(), 5, 7, 123456789012); };
     const auto sendBattery = [] { return bare::sendBatteryStatus(service(), 87, true); };
     std::vector<Operation> all;
-    addRecord(all, "flat record", BatteryState{.int1 = 87, .flag1 = true});
-    addRecord(all, "record of strings", build);
-    addRecord(all, "record with a list", CensusInfo{.buildInfo = build, .telephonyInfos = {phone, phone, phone}});
+    const ByteTuple bytes{.long1 = 123456789012, .long2 = 345};
+    addRecord(all, "flat record", bytes);
+    addRecord(all, "record in a record", NetworkStatsParams{.uid = 10001, .text1 = "rmnet_data0", .bytes = bytes});
     all.push_back({"native sendFGNetworkInfo", [=] { AidlClient::sendFGNetworkInfo(env, nullptr, 5, 123456789012, 7); },
                    [=] { sendFG(); }, [=] { promised.around(sendFG); }});
     all.push_back({"native sendBatteryStatus", [=] { AidlClient::sendBatteryStatus(env, nullptr, 87, JNI_TRUE); },

@@ -5,12 +5,13 @@ A fuzzer takes its selectors from the end of an input and contents from its fron
 """
 
 import json
+import re
 import struct
 import sys
 from pathlib import Path
 
-RECORDS = ["BatteryState", "RadioTechStatus", "ByteTuple", "NetworkStatsParams", "NetworkStats", "BuildInfoParams",
-           "TelephonyInfoParams", "CensusInfo", "DnsAddress", "NetworkInfo", "SocketInfo"]
+# In the order of their declaration, which is that of the fuzzer's list.
+RECORDS = re.findall(r"^struct (\w+)", (Path(__file__).parent.parent / "aidl/Records.h").read_text(), re.M)
 DESCRIPTOR = 32  # bytes of a file descriptor among arguments
 BINDER = 28
 

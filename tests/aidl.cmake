@@ -6,3 +6,5 @@ target_compile_definitions(aidl_test_support PRIVATE TEST_DATA="${CMAKE_CURRENT_
 foreach(name golden contract process)
     orvix_test(aidl_${name}_test SOURCES aidl_${name}_test.cpp LIBRARIES aidl_test_support)
 endforeach()
+target_link_libraries(aidl_contract_test PRIVATE orvix_client)  # a stub that is an object
+set_target_properties(aidl_contract_test PROPERTIES CXX_STANDARD 23)  # resize_and_overwrite

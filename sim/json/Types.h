@@ -1,5 +1,4 @@
-// What tools need to know of the interface's types: the list of records, and for each type its name in .aidl and an
-// example to type.
+// What tools need to know of the interface's types: for each its name in .aidl and an example to type.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -15,9 +14,7 @@ namespace orvix = aidl::vendor::nuvel::data::orvixservice;
 using Json = nlohmann::ordered_json;
 using Bytes = std::vector<uint8_t>;
 
-using Records = std::tuple<orvix::BatteryState, orvix::RadioTechStatus, orvix::ByteTuple, orvix::NetworkStatsParams,
-                           orvix::NetworkStats, orvix::BuildInfoParams, orvix::TelephonyInfoParams, orvix::CensusInfo,
-                           orvix::DnsAddress, orvix::NetworkInfo, orvix::SocketInfo>;
+using orvix::Records;
 
 template <typename T, template <typename...> class Template>
 inline constexpr bool kIs = false;
