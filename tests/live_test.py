@@ -26,7 +26,7 @@ BAD = {  # typed: in the answer
     "sendNetworkInfo 1 {": "argument info (NetworkInfo): not well-formed JSON near $",
 }
 # Where what is waited for does not come.
-HASTY = {"ORVIX_PATIENCE": str(0.1 * float(os.environ.get("ORVIX_PATIENCE", 1)))}
+HASTY = {"ORVIX_PATIENCE": str(0.02 * float(os.environ.get("ORVIX_PATIENCE", 1)))}
 RUNS = [  # command, environment, input, exit code, in the last lines of the output
     ("live/demo.py", {}, "", 0, ["15/15", "23/23", "22/22", "1 and 1"]),
     ("live/demo.py", {"ORVIX_FAULTS": "tagSocket=-1"} | HASTY, "", 1, ["FAILED: everything came: socket 100"]),

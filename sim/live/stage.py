@@ -18,7 +18,7 @@ import time
 from pathlib import Path
 
 SIM = Path(__file__).resolve().parent.parent
-LIMIT = 60 * float(os.environ.get("ORVIX_PATIENCE", 1))  # seconds
+LIMIT = 300 * float(os.environ.get("ORVIX_PATIENCE", 1))  # seconds
 LOG_LINE = re.compile(r"\d\d-\d\d [\d:.]{12} +\d+ +\d+ (?P<priority>\w) (?P<tag>\S+) *: (?P<message>.*)")
 
 
