@@ -45,7 +45,7 @@ inline binder_status_t sendBatteryStatus(AIBinder* binder, int32_t level, bool f
 
 // What every native method owes beside its transaction: its own reference to the service, taken under a shared lock,
 // and a status object as the answer of the interface's method.
-class Promised {
+class Locked {
   public:
     template <typename Send>
     void around(const Send& send) {

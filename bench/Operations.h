@@ -8,8 +8,8 @@
 struct Operation {
     std::string name;
     std::function<void()> library;
-    std::function<void()> floor = {};     // none where there is nothing to compare with
-    std::function<void()> promised = {};  // the floor with what the library has promised to do beside it
+    std::function<void()> floor = {};   // none where there is nothing to compare with
+    std::function<void()> locked = {};  // the floor with what every native method owes beside its transaction
 };
 
 // All of them, ready to run on the calling thread, with the library loaded and bound to a service in this process.

@@ -44,7 +44,7 @@ void countInstructions(const std::vector<Operation>& all) {
     for (const Operation& operation : all) {
         count(operation.name + "/library", operation.library);
         if (operation.floor) count(operation.name + "/floor", operation.floor);
-        if (operation.promised) count(operation.name + "/promised", operation.promised);
+        if (operation.locked) count(operation.name + "/locked", operation.locked);
     }
 }
 

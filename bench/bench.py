@@ -22,8 +22,7 @@ RUNS = 200  # of each operation while instructions are counted; as in bench.cpp
 LATENCIES = 1500
 QUEUE = "event queue, pushed and drained"
 COLD = """no instruction more an event, as the first row says. The memory of a million events is cold, and while
-one thread waits for it the others wait for the lock: the floor, a plain std::deque under one lock, grows as much. The
-queue's type and its one lock are promised."""
+one thread waits for it the others wait for the lock: the floor, a plain std::deque under one lock, grows as much."""
 LIVES = 30
 
 
@@ -82,12 +81,12 @@ def instructions(build, report):
     few, many = (counts.pop(f"queue/{events}") * RUNS / events for events in (1000, 1000000))
     report.add(QUEUE, "of 1,000,000 against of 1,000, instructions", "an event", many, few, 1.1)
     for name in dict.fromkeys(key.rpartition("/")[0] for key in counts):
-        promised = counts.get(f"{name}/promised")
-        target = None if promised or f"{name}/floor" not in counts else 1.05
+        locked = counts.get(f"{name}/locked")
+        target = None if locked or f"{name}/floor" not in counts else 1.05
         report.add("instructions", name, "a call", counts[f"{name}/library"], counts.get(f"{name}/floor"), target)
-        if promised:
+        if locked:
             report.add("instructions", f"{name}: floor with lock and status", "a call", counts[f"{name}/library"],
-                       promised, 1.05)
+                       locked, 1.05)
 
 
 def allocations(build, report):

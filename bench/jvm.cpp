@@ -28,7 +28,7 @@ void dropLog() {
     __android_log_set_logger([](const __android_log_message*) {});
 }
 
-// The lines that the library has promised for each call-out.
+// The lines by which an operator follows each call-out.
 void logLinesOfACallOut() {
     const auto line = [](const char* text) { __android_log_print(ANDROID_LOG_DEBUG, "orvixJni", "%s", text); };
     __android_log_print(ANDROID_LOG_DEBUG, "orvixJni", "handleEvent %d", 8);

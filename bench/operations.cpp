@@ -73,7 +73,7 @@ std::vector<Operation> operations() {
     gAidlClient->bindToService();
     gAidlClient->handleEvents();
 
-    static bare::Promised promised;
+    static bare::Locked locked;
     const auto sendFG = [] { return bare::sendFGNetworkInfo(service(), 5, 7, 123456789012); };
     const auto sendBattery = [] { return bare::sendBatteryStatus(service(), 87, true); };
     std::vector<Operation> all;
@@ -81,9 +81,9 @@ std::vector<Operation> operations() {
     addRecord(all, "flat record", bytes);
     addRecord(all, "record in a record", NetworkStatsParams{.uid = 10001, .text1 = "rmnet_data0", .bytes = bytes});
     all.push_back({"native sendFGNetworkInfo", [=] { AidlClient::sendFGNetworkInfo(env, nullptr, 5, 123456789012, 7); },
-                   [=] { sendFG(); }, [=] { promised.around(sendFG); }});
+                   [=] { sendFG(); }, [=] { locked.around(sendFG); }});
     all.push_back({"native sendBatteryStatus", [=] { AidlClient::sendBatteryStatus(env, nullptr, 87, JNI_TRUE); },
-                   [=] { sendBattery(); }, [=] { promised.around(sendBattery); }});
+                   [=] { sendBattery(); }, [=] { locked.around(sendBattery); }});
     // Beside its floor it stands where there is a VM.
     all.push_back({"call-out, without a VM", [] {
                        gAidlClient->pushEv({.type = 8, .longArg = 5000});

@@ -6,7 +6,7 @@ usage: device_symbols_test.py DEVICE_SYMBOLS BUILD_DIR
 The Linux libraries in BUILD_DIR/lib must export nothing outside the list, and every program or library of the build
 that links them may import from them, or under a platform prefix, only what the list has for that library. What an NDK
 build links with in their place, device/ndk, must have what the library imports. Then one name that is in use is taken
-off the lists, and the same checks must find it.
+off the lists, and the same checks must find it. What Java loads exports JNI_OnLoad alone.
 """
 import pathlib
 import re
@@ -66,6 +66,9 @@ def main(argv):
     for verb in "exports", "imports", "lacks":
         if not any(fault.endswith(f" {verb} {planted}") for fault in found):
             faults.append(f"the check does not see who {verb} {planted}")
+    exported = symbols(build / "lib/libOrvixJni.so", "--defined-only")
+    if exported - {"__cfi_check"} != {"JNI_OnLoad"}:
+        faults.append(f"libOrvixJni.so exports {len(exported)} names, such as {sorted(exported)[:3]}")
     sys.exit("\n".join(faults) or None)
 
 

@@ -63,23 +63,6 @@ class Golden(unittest.TestCase):
                 for line in refused:
                     self.assertRegex(line, r"UNEXPECTED_NULL at byte \d+ in argument \d \(ParcelFileDescriptor\)")
 
-    def test_strings(self):
-        empty = "0000000000000000"
-        for row in rows("strings.jsonl"):
-            if row["read_status"] != 0 or row.get("write_status", 0) != 0:
-                continue
-            with self.subTest(row):
-                body = row["hex"] + empty
-                bits = struct.pack("<i", 4 + len(body) // 2).hex() + body
-                decoded = tool("decode", "DnsAddress", bits)
-                self.assertEqual(json.loads(decoded.stdout)["text1"].encode().hex(), row["utf8_out"])
-                try:
-                    text = bytes.fromhex(row["utf8_in"]).decode()
-                except (KeyError, UnicodeDecodeError):
-                    continue  # no JSON has it
-                encoded = tool("encode", "DnsAddress", compact({"text1": text, "text2": ""}))
-                self.assertEqual(encoded.stdout, bits + "\n")
-
 
 class Malformed(unittest.TestCase):
     def test_each_item_is_answered(self):
@@ -99,6 +82,7 @@ class Malformed(unittest.TestCase):
 
 
 BATTERY = "0c0000000700000001000000"
+DESCRIPTOR = "852a6466" + "00" * 20
 # Arguments, exit code, output, error output after the tool's name (as a regular expression).
 CASES = [
     (["decode", "BatteryState", BATTERY], 0, '{"int1":7,"flag1":true}', ""),
@@ -106,7 +90,10 @@ CASES = [
     (["encode", "BatteryState", '{"int1":7,"flag1":true}'], 0, BATTERY, ""),
     (["decode", "IOrvixService.sendFGNetworkInfo", "0500000007000000" "15cd5b0700000000"], 0, "[5,7,123456789]", ""),
     (["encode", "IRequest.startUidStatsPolling", "[5000]"], 0, "8813000000000000", ""),
-    (["encode", "DnsAddress", '{"text2":"","text1":"é"}'], 0, "14000000" "01000000e9000000" "0000000000000000", ""),
+    (["encode", "DnsAddress", r'{"text2":"","text1":"\u0000é"}'], 0,
+     "18000000" "020000000000e90000000000" "0000000000000000", ""),
+    (["decode", "DnsAddress", "18000000" "020000000000e90000000000" "0000000000000000"], 0,
+     r'{"text1":"\u0000é","text2":""}', ""),
     # Another process's binder cannot be made, but its bytes can be shown.
     (["decode", "IOrvixService.registerRequest", "852a6873" "13000000" "01000000" + "00" * 12 + "3f000000"], 0,
      '["remote binder"]', ""),
@@ -128,6 +115,11 @@ CASES = [
     (["decode", "IOrvixService.sendNetworkStatsForAllUids", "05000000" "ffffff7f"], 1, "",
      ".*: NO_MEMORY at byte 4 in argument 2 .NetworkStatsParams..."),
     (["decode", "IOrvixService.sendFdforUID", "0100000000000000" + "00" * 24], 1, "",
+     ".*: BAD_TYPE at byte 0 in argument 1 .*"),
+    # Null, and one that has a second descriptor.
+    (["decode", "IOrvixService.sendFdforUID", "0000000000000000" + DESCRIPTOR], 1, "",
+     ".*: UNEXPECTED_NULL at byte 0 in argument 1 .*"),
+    (["decode", "IOrvixService.sendFdforUID", "0100000001000000" + DESCRIPTOR], 1, "",
      ".*: BAD_TYPE at byte 0 in argument 1 .*"),
     (["decode", "BatteryState", "0cx0"], 1, "", "BatteryState: not hex at character 3; an example: .*"),
     (["decode", "BatteryState", "0c0"], 1, "", "BatteryState: an odd number of hex digits: 3"),
@@ -166,10 +158,16 @@ class Usage(unittest.TestCase):
                 self.assertRegex(answer.stderr, f"\\Aorvix-parcel: {error}\n\\Z" if error else r"\A\Z")
 
     def test_a_bad_line_does_not_stop_the_others(self):
-        answer = tool("decode", "BatteryState", "-", items=[BATTERY, "0c000000", BATTERY])
+        answer = tool("decode", "BatteryState", "-", items=[BATTERY + "\r", "0c000000", BATTERY])
         self.assertEqual(answer.returncode, 1)
         self.assertEqual(answer.stdout, '{"int1":7,"flag1":true}\n' * 2)
         self.assertEqual(answer.stderr, "orvix-parcel: line 2: BatteryState: NOT_ENOUGH_DATA at byte 4 in int1 (int)\n")
+
+    def test_an_output_that_is_full(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            answer = subprocess.run([*COMMAND, "decode", "BatteryState", BATTERY], stdout=full, stderr=subprocess.PIPE,
+                                    encoding="utf-8", check=False)
+        self.assertEqual((answer.returncode, answer.stderr), (1, "orvix-parcel: cannot write the output\n"))
 
     def test_list_names_everything(self):
         lines = tool("list").stdout.splitlines()

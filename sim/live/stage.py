@@ -52,7 +52,7 @@ class Half:
 
     def say(self, line):
         """Types a line."""
-        data = line.encode() + b"\n"
+        data = line.encode(errors="surrogateescape") + b"\n"
 
         def typed():
             nonlocal data
