@@ -169,8 +169,13 @@ bool obey(const std::string& line, const std::vector<Verb>& verbs, Service& serv
 const char* registerAs(const char* instance, AIBinder* binder) {
     const ndk::SpAIBinder other(AServiceManager_checkService(instance));
     if (other.get() != nullptr && AIBinder_isAlive(other.get())) return "another process that lives serves it";
-    if (AServiceManager_addService(binder, instance) == EX_NONE) return nullptr;
-    return "the folder of services (ORVIX_BINDER_DIR) must be yours alone, mode 0700, and writable";
+    switch (AServiceManager_addService(binder, instance)) {
+        case EX_NONE: return nullptr;
+        case EX_ILLEGAL_STATE:  // the stand-in's answer
+            return "the folder of services (ORVIX_BINDER_DIR) must be yours alone, mode 0700, and writable";
+        case EX_SECURITY: return "SELinux does not let this process add it";
+        default: return "the service manager refuses it: the device's VINTF manifest must declare it";
+    }
 }
 
 int run(int argc, char** argv) {
