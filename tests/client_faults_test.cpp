@@ -209,7 +209,7 @@ TEST_P(Dying, TheNextServiceIsBound) {
         *armed = true;
         first->kill();
     }
-    ASSERT_EQ(died->get_future().wait_for(10s), std::future_status::ready);
+    ASSERT_EQ(died->get_future().wait_for(orvix_test::patience()), std::future_status::ready);
     if (GetParam().line == kBound) {  // its event may come late, and must not meet the next binding
         ASSERT_TRUE(fake::waitFor("log D handleEvent 0"));
     }

@@ -22,6 +22,7 @@
 
 #include "sim/json/Json.h"
 #include "tests/jni_recorder.h"
+#include "tests/process.h"
 
 namespace fake {
 
@@ -135,7 +136,7 @@ size_t count(std::string_view start) {
 bool waitFor(std::string_view start, size_t times) {
     size_t seen = 0, found = 0;
     std::unique_lock lock(state.mutex);
-    return state.changed.wait_for(lock, std::chrono::seconds(10), [&] {
+    return state.changed.wait_for(lock, orvix_test::patience(), [&] {
         while (seen < state.lines.size()) found += state.lines[seen++].starts_with(start);
         return found >= times;
     });

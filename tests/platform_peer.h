@@ -43,7 +43,7 @@ enum Code : transaction_code_t {
 
 // Looks again and again for up to ten seconds.
 bool eventually(const auto& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto end = std::chrono::steady_clock::now() + orvix_test::patience();
     bool met = false;
     while (!(met = condition()) && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(milliseconds(5));
     return met;

@@ -7,13 +7,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace orvix_test {
+
+// How long to wait for what must happen, against what hangs; ORVIX_PATIENCE multiplies it, as for all tests.
+inline std::chrono::milliseconds patience() {
+    const char* const times = std::getenv("ORVIX_PATIENCE");
+    return std::chrono::milliseconds(static_cast<int64_t>(30'000 * (times ? std::atof(times) : 1)));
+}
 
 // Lives until it is killed, at the latest with this object.
 class Process {
