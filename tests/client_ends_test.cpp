@@ -133,17 +133,9 @@ class End : public testing::TestWithParam<const char*> {
 
 TEST_P(End, AmongBusyThreads) { meet({""}); }
 
-TEST_P(End, WhileAThreadIsBinding) {
-    meet({"binder waitForService", "binder associateClass", "binder linkToDeath", "log D bindToService is successful"});
-}
-
-TEST_P(End, WhileAThreadIsOnItsWayIntoJava) {
-    meet({"log D new aidl event arrived", "log D handleEvent 0", "vm GetEnv", "vm AttachCurrentThread",
-          "log D getJavaCallbackClass start", "jni AllocObject", "log D startNetworkStatsPolling start"});
-}
-
-TEST_P(End, WhileAThreadIsInJavaOrBack) {
-    meet({"jni CallVoidMethod(object, method, true)", "vm DetachCurrentThread", "transact 1 ",
+TEST_P(End, WhileAThreadIsHeld) {
+    meet({"binder waitForService", "binder associateClass", "binder linkToDeath", "log D handleEvent 0",
+          "jni CallVoidMethod(object, method, true)", "log D startNetworkStatsPolling start",
           "log D handleServiceDown start", "binder unlinkToDeath", "jni CallVoidMethod(object, method, false)"});
 }
 

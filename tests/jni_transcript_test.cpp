@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <fstream>
+#include <future>
 #include <map>
 #include <thread>
 
@@ -60,11 +62,11 @@ void compare(const std::string& file, const std::vector<Scene>& scenes) {
 
 void nothing() {}
 
+AidlClient* gEarlier = nullptr;  // the client before the last load; its storage stays
+
 void load() {
+    gEarlier = gAidlClient.get();
     fake::record("return " + std::to_string(JNI_OnLoad(quiet::vm(), nullptr)));
-    // The storage of a client outlives it once it had a thread: not a leak.
-    static auto& clients = *new std::vector<AidlClient*>;
-    clients.push_back(gAidlClient.get());
 }
 
 // A fresh client, on a thread that is not attached.
@@ -201,22 +203,26 @@ TEST(Transcript, Requests) {
          {"no object: not called, and no argument made", after(loaded, noObject), handling({.type = 21})}});
 }
 
+// Every one but initialize, with something to send; the bytes by their own.
+void everyNative() {
+    java("sendRadioStatus", jboolean{1}, jboolean{1}, jboolean{1});
+    java("sendNetworkStatsForAllUids", 1, fake::array({fake::parcelOf(NetworkStatsParams{})}));
+    java("sendNetworkStatsForNetworkType", 1, fake::parcelOf(ByteTuple{}));
+    java("sendScreenState", jboolean{1});
+    java("sendCensusInfo", fake::parcelOf(BuildInfoParams{}), fake::array({}));
+    java("sendBootCompleteInfo", jboolean{1});
+    java("sendNetworkInfo", 1, fake::parcelOf(NetworkInfo{}));
+    java("sendFGNetworkInfo", 5, jlong{1}, 7);
+    java("sendLPMStatus", jboolean{1});
+    java("sendThermalStatus", 1);
+    java("sendBatteryStatus", 1, jboolean{1});
+    java("sendHotspotStatus", jboolean{1});
+    java("queryStats");
+}
+
 TEST(Transcript, Natives) {
-    const jobject noParcel = nullptr;
-    const auto unbound = [=] {
-        java("sendRadioStatus", jboolean{1}, jboolean{1}, jboolean{1});
-        java("sendNetworkStatsForAllUids", 1, fake::array({}));
-        java("sendNetworkStatsForNetworkType", 1, noParcel);
-        java("sendScreenState", jboolean{1});
-        java("sendCensusInfo", noParcel, fake::array({}));
-        java("sendBootCompleteInfo", jboolean{1});
-        java("sendNetworkInfo", 1, noParcel);
-        java("sendFGNetworkInfo", 5, jlong{1}, 7);
-        java("sendLPMStatus", jboolean{1});
-        java("sendThermalStatus", 1);
-        java("sendBatteryStatus", 1, jboolean{1});
-        java("sendHotspotStatus", jboolean{1});
-        java("queryStats");
+    const auto unbound = [] {
+        everyNative();
         callNative(nullptr, "sendBlobToMirel", 5, jbyteArray{});  // not even the missing JNIEnv is looked at
     };
     const auto booleans = [] {
@@ -285,9 +291,10 @@ TEST(Transcript, Natives) {
              {"sendCensusInfo: members 5 and 4 exchanged, no last comma; sent with an empty list too", bound, census}});
 }
 
-// The service dies; events are handled as they come until the next callback is registered.
+// The service dies, and an earlier client was linked; events are handled as they come until the next callback is
+// registered.
 void died() {
-    AidlClient::deathCallback(nullptr);
+    AidlClient::deathCallback(gEarlier);
     for (int i = 0; i < 10000 && fake::count("transact 1 ") == 0; ++i) {
         gAidlClient->handleEvents();
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -331,14 +338,53 @@ TEST(Transcript, Sockets) {
         handle({.type = 23, .socketInfo = {0, 0, 0, 0, 0}});
         handle({.type = 23, .socketInfo = {-1, 1, 1, 3, 1}});
     };
-    const auto tagFails = [] { fake::script.tagSocket = -1; };
+    const auto tagFails = [](int status) { return [=] { fake::script.tagSocket = status; }; };
     compare("sockets.txt",
             {{"family 2, type 2, protocol 2", bound, ask({7, 10123, 2, 2, 2})},
              {"every other code is the default", bound, defaults},
              {"uid -1: sent untagged", bound, ask({8, -1, 2, 1, 1})},
              {"refused by the kernel", bound, ask({9, 10123, 0, 2, 1})},
-             {"tagging fails: neither sent nor closed", after(bound, tagFails), ask({7, 10123, 0, 0, 1})},
-             {"unbound: no socket is made", loaded, ask({7, 10123, 2, 2, 2})}});
+             {"tagging fails: neither sent nor closed", after(bound, tagFails(-1)), ask({7, 10123, 0, 0, 1})},
+             {"unbound: no socket is made", loaded, ask({7, 10123, 2, 2, 2})},
+             {"codes above 2 are the default, and any uid but -1 is tagged", bound, ask({-1, -2, 3, 3, 3})},
+             {"tagging fails with another error", after(bound, tagFails(-EACCES)), ask({7, 10123, 0, 0, 1})}});
+}
+
+// What other threads do meanwhile at a call that leaves the library: they call it, ask of it, and bind, for which
+// serviceLock must be free.
+bool othersGoOn() {
+    const auto done = std::make_shared<std::promise<void>>();
+    std::thread([done] {
+        java("queryStats");
+        gAidlClient->pushEv({.type = 25});
+        gAidlClient->bindToService();
+        done->set_value();
+    }).detach();
+    return done->get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+}
+
+TEST(Locks, AreFreeAtEveryCallOutOfTheLibrary) {
+    fake::reset();
+    bound();
+    size_t calls = 0, transactions = 0;
+    std::set<std::string> seen;  // others bind, which tells Java again: each line once for a method
+    fake::script.then = [&, main = std::this_thread::get_id(),
+                         method = std::string()](const std::string& line) mutable {
+        const std::string kind = line.substr(0, line.find(' '));
+        if (std::this_thread::get_id() != main || kind == "log" || kind == "binder") return;
+        if (line.starts_with("jni GetMethodID")) method = line;
+        if (!seen.insert(method + line).second) return;
+        calls += line.starts_with("jni CallVoidMethod");
+        transactions += kind == "transact";
+        if (othersGoOn()) return;
+        ADD_FAILURE() << "a lock is held at " << line;
+        std::quick_exit(1);
+    };
+    everyNative();
+    java("sendBlobToMirel", 5, fake::bytes({1}));
+    for (int32_t code = kSendBlobToApk; code >= kServiceDown; --code) handle({.type = code});
+    EXPECT_EQ(calls, 23u);
+    EXPECT_EQ(transactions, 16u);
 }
 
 }  // namespace

@@ -44,6 +44,7 @@ SOCKETS = {
     "every other code is the default": ["0 0 0 0 0", "-1 1 1 1 1"],
     "uid -1: sent untagged": ["8 -1 2 1 1"],
     "refused by the kernel": ["9 10123 1 2 1"],
+    "codes above 2 are the default, and any uid but -1 is tagged": ["-1 -2 3 3 3"],
 }
 
 

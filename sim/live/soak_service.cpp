@@ -7,6 +7,8 @@
 // application: "call THREAD SEQUENCE", "socket NUMBER", or "bad" when the content is not what was sent. Kills itself so
 // many microseconds after it can be found, if they are given.
 
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,7 +21,7 @@
 #include <random>
 #include <thread>
 
-#include "sim/live/Serve.h"
+#include "aidl/IOrvixService.h"
 
 namespace {
 
@@ -102,8 +104,12 @@ int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
 
     const auto service = ndk::SharedRefBase::make<Service>();
+    const ndk::SpAIBinder binder(
+        AIBinder_new(IOrvixService::binderClass, static_cast<ndk::ICInterface*>(service.get())));
+    AIBinder_markVintfStability(binder.get());
     ABinderProcess_startThreadPool();
-    if (!sim::serve(*service)) return 1;
+    const std::string name = std::string(IOrvixService::descriptor) + "/default";
+    if (AServiceManager_addService(binder.get(), name.c_str()) != EX_NONE) return 1;
     std::puts("up");
     if (argc > 4) {
         std::this_thread::sleep_for(std::chrono::microseconds(std::atoi(argv[4])));

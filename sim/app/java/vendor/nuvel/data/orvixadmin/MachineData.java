@@ -36,9 +36,20 @@ import vendor.nuvel.data.orvixservice.NetworkStatsParams;
 final class MachineData {
     private static final long ROUTE_REJECTED = 0x200;
 
-    private static final Path proc = Path.of("/proc");
-    private static final Path sys = Path.of("/sys/class");
-    private static final Path etc = Path.of("/etc");
+    private final Path proc;
+    private final Path sys;
+    private final Path etc;
+
+    MachineData() {
+        this(Path.of("/"));
+    }
+
+    /** Reads below another root, which a test can fill. Interfaces are always those of this machine. */
+    MachineData(Path root) {
+        proc = root.resolve("proc");
+        sys = root.resolve("sys/class");
+        etc = root.resolve("etc");
+    }
 
     /** Received and sent bytes of each interface. The kernel counts for all UIDs, so uid is -1; text1 is the name. */
     List<NetworkStatsParams> trafficPerInterface() {
