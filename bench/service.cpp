@@ -4,8 +4,6 @@
 //   arrivals      "arrivals nanoseconds …": what its sendFGNetworkInfo(_, now, _) calls took since the last time
 // orvix-bench-service --burn SECONDS: keeps one processor busy so long.
 
-#include <android/binder_manager.h>
-#include <android/binder_process.h>
 #include <android/log.h>
 
 #include <chrono>
@@ -16,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "aidl/IOrvixService.h"
+#include "sim/live/Serve.h"
 
 namespace {
 
@@ -78,13 +76,9 @@ int burn(int seconds) {
 int main(int argc, char** argv) {
     if (argc == 3 && std::string(argv[1]) == "--burn") return burn(std::atoi(argv[2]));
     const auto service = ndk::SharedRefBase::make<Service>();
-    const ndk::SpAIBinder binder(
-        AIBinder_new(IOrvixService::binderClass, static_cast<ndk::ICInterface*>(service.get())));
-    AIBinder_markVintfStability(binder.get());
     ABinderProcess_startThreadPool();
     const int64_t registered = now();
-    const std::string name = std::string(IOrvixService::descriptor) + "/default";
-    if (AServiceManager_addService(binder.get(), name.c_str()) != EX_NONE) return 1;
+    if (!sim::serve(*service)) return 1;
     std::cout << "registered " << registered << std::endl;
     for (std::string line; std::getline(std::cin, line);) {
         if (line.starts_with("requests ")) service->ask(std::atoi(line.c_str() + 9));

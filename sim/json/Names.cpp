@@ -1,5 +1,7 @@
 #include "sim/json/Names.h"
 
+#include <android/binder_auto_utils.h>
+
 #include <algorithm>
 #include <cctype>
 #include <numeric>
@@ -31,28 +33,10 @@ size_t distance(const std::string& a, const std::string& b) {
 }  // namespace
 
 std::string nameOfStatus(binder_status_t status) {
-    switch (status) {
-        case STATUS_OK: return "OK";
-        case STATUS_UNKNOWN_ERROR: return "UNKNOWN_ERROR";
-        case STATUS_BAD_TYPE: return "BAD_TYPE";
-        case STATUS_FAILED_TRANSACTION: return "FAILED_TRANSACTION";
-        case STATUS_FDS_NOT_ALLOWED: return "FDS_NOT_ALLOWED";
-        case STATUS_UNEXPECTED_NULL: return "UNEXPECTED_NULL";
-        case STATUS_PERMISSION_DENIED: return "PERMISSION_DENIED";
-        case STATUS_NAME_NOT_FOUND: return "NAME_NOT_FOUND";
-        case STATUS_WOULD_BLOCK: return "WOULD_BLOCK";
-        case STATUS_NO_MEMORY: return "NO_MEMORY";
-        case STATUS_ALREADY_EXISTS: return "ALREADY_EXISTS";
-        case STATUS_NO_INIT: return "NO_INIT";
-        case STATUS_BAD_VALUE: return "BAD_VALUE";
-        case STATUS_DEAD_OBJECT: return "DEAD_OBJECT";
-        case STATUS_INVALID_OPERATION: return "INVALID_OPERATION";
-        case STATUS_NOT_ENOUGH_DATA: return "NOT_ENOUGH_DATA";
-        case STATUS_UNKNOWN_TRANSACTION: return "UNKNOWN_TRANSACTION";
-        case STATUS_BAD_INDEX: return "BAD_INDEX";
-        case STATUS_TIMED_OUT: return "TIMED_OUT";
-        default: return std::to_string(status);
-    }
+    // Status(-129, EX_TRANSACTION_FAILED): 'NOT_ENOUGH_DATA: '
+    const std::string text = ndk::ScopedAStatus::fromStatus(status).getDescription();
+    const size_t begin = text.find('\'') + 1;
+    return text.substr(begin, text.find(':', begin) - begin);
 }
 
 std::string nearest(const std::string& typed, const std::vector<std::string>& names) {

@@ -8,7 +8,7 @@
 
 namespace sim {
 
-// "NOT_ENOUGH_DATA", as in the constants without STATUS_; the number if it has no name.
+// "NOT_ENOUGH_DATA", as in the constants without STATUS_. Not of STATUS_OK.
 std::string nameOfStatus(binder_status_t status);
 
 // The names with the fewest letters to change, at most three, as "a, b or c". What follows a name's last dot counts as

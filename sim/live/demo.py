@@ -251,7 +251,7 @@ class Demo:
                                                if "socket" in line.value), None))
                 wanted = {"id": request, "family": family, "type": kind, "protocol": "udp" if code == 2 else "tcp",
                           "usable": True}
-                self.sockets.append(self.check(f"the socket {family} {kind} exchanges a packet on loopback",
+                self.sockets.append(self.check(f"the socket {family} {kind} carries a packet over loopback",
                                                got == wanted, f"got {got}"))
         if self.sockets and all(self.sockets):
             self.checks.requests.add("getSocketFd")

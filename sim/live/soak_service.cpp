@@ -7,8 +7,6 @@
 // application: "call THREAD SEQUENCE", "socket NUMBER", or "bad" when the content is not what was sent. Kills itself so
 // many microseconds after it can be found, if they are given.
 
-#include <android/binder_manager.h>
-#include <android/binder_process.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,7 +19,7 @@
 #include <random>
 #include <thread>
 
-#include "aidl/IOrvixService.h"
+#include "sim/live/Serve.h"
 
 namespace {
 
@@ -104,12 +102,8 @@ int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
 
     const auto service = ndk::SharedRefBase::make<Service>();
-    const ndk::SpAIBinder binder(
-        AIBinder_new(IOrvixService::binderClass, static_cast<ndk::ICInterface*>(service.get())));
-    AIBinder_markVintfStability(binder.get());
     ABinderProcess_startThreadPool();
-    const std::string name = std::string(IOrvixService::descriptor) + "/default";
-    if (AServiceManager_addService(binder.get(), name.c_str()) != EX_NONE) return 1;
+    if (!sim::serve(*service)) return 1;
     std::puts("up");
     if (argc > 4) {
         std::this_thread::sleep_for(std::chrono::microseconds(std::atoi(argv[4])));

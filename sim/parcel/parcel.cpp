@@ -26,49 +26,36 @@ struct Subject {
     Answer (*encode)(const std::string& json);
 };
 
-ndk::ScopedAParcel parcelOf(const Bytes& bytes) {
-    ndk::ScopedAParcel parcel(AParcel_create());
-    const binder_status_t status = AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size());
+template <typename Value>
+Answer decode(const std::string& hex) {
+    const Bytes bytes = bytesOfHex(hex);
+    const ndk::ScopedAParcel parcel(AParcel_create());
+    binder_status_t status = AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size());
     if (status != STATUS_OK) throw BadInput(nameOfStatus(status) + ": " + std::to_string(bytes.size()) + " bytes");
-    return parcel;
-}
-
-// The library's readers decide; the walk only says where.
-Answer answer(binder_status_t status, const Walk& walk, size_t given, const Json& value) {
+    Walk walk(parcel.get());
+    Value value;
+    if constexpr (orvix::Record<Value>) {
+        walk.walkRecord<Value>();
+        AParcel_setDataPosition(parcel.get(), 0);
+        status = value.readFromParcel(parcel.get());
+    } else {
+        walk.walkArguments(static_cast<Value*>(nullptr));
+        AParcel_setDataPosition(parcel.get(), 0);
+        status = orvix::readArguments(parcel.get(), value);
+    }
+    // The library's readers decide; the walk only says where.
     if (status != STATUS_OK) throw BadInput(nameOfStatus(status) + ' ' + walk.failure);
+    Json json = toJson(value);
+    if (walk.remoteBinder) {  // the one that stands in for it is of this process
+        std::replace(json.begin(), json.end(), Json("local binder"), Json("remote binder"));
+    }
+    if (bytes.size() % 4 != 0) {
+        walk.notes.insert(walk.notes.begin(),
+                          std::to_string(bytes.size()) + " bytes, filled up with zeros to whole words of 4");
+    }
     std::string note;
-    const auto add = [&](const std::string& text) { note += (note.empty() ? "" : "; ") + text; };
-    if (given % 4 != 0) add(std::to_string(given) + " bytes, filled up with zeros to whole words of 4");
-    for (const std::string& text : walk.notes) add(text);
-    return {value.dump(), note};
-}
-
-template <typename R>
-Answer decodeRecord(const std::string& hex) {
-    const Bytes bytes = bytesOfHex(hex);
-    const ndk::ScopedAParcel parcel = parcelOf(bytes);
-    Walk walk(parcel.get());
-    walk.walkRecord<R>();
-    R record;
-    AParcel_setDataPosition(parcel.get(), 0);
-    const binder_status_t status = record.readFromParcel(parcel.get());
-    return answer(status, walk, bytes.size(), toJson(record));
-}
-
-template <typename Arguments>
-Answer decodeCall(const std::string& hex) {
-    const Bytes bytes = bytesOfHex(hex);
-    const ndk::ScopedAParcel parcel = parcelOf(bytes);
-    Walk walk(parcel.get());
-    walk.walkArguments(static_cast<Arguments*>(nullptr));
-    Arguments arguments;
-    AParcel_setDataPosition(parcel.get(), 0);
-    const binder_status_t status = orvix::readArguments(parcel.get(), arguments);
-    Json value = toJson(arguments);
-    // The binder that stands in for it is one of this process.
-    std::replace(value.begin(), value.end(), Json("local binder"),
-                 Json(walk.remoteBinder ? "remote binder" : "local binder"));
-    return answer(status, walk, bytes.size(), value);
+    for (const std::string& text : walk.notes) note += (note.empty() ? "" : "; ") + text;
+    return {json.dump(), note};
 }
 
 // As words: a parcel that holds objects does not give its bytes.
@@ -121,7 +108,7 @@ void addMethods(std::vector<Subject>& subjects) {
     forEachMethod<I>([&](const auto& row) {
         using Arguments = ArgumentsOf<decltype(row)>;
         subjects.push_back({shortName(I::descriptor) + '.' + row.name,
-                            std::to_string(row.code) + ' ' + typeName<Arguments>(), decodeCall<Arguments>,
+                            std::to_string(row.code) + ' ' + typeName<Arguments>(), decode<Arguments>,
                             encodeCall<Arguments>});
     });
 }
@@ -134,7 +121,7 @@ std::vector<Subject> allSubjects() {
             members += (members.empty() ? "" : ", ") + typeName<std::remove_cvref_t<decltype(R().*field.member)>>() +
                        ' ' + field.name;
         });
-        subjects.push_back({typeName<R>(), "{" + members + "}", decodeRecord<R>, encodeRecord<R>});
+        subjects.push_back({typeName<R>(), "{" + members + "}", decode<R>, encodeRecord<R>});
     };
     std::apply([&](const auto&... records) { (addRecord(records), ...); }, Records());
     addMethods<orvix::IOrvixService>(subjects);

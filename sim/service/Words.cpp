@@ -1,43 +1,10 @@
 #include "sim/service/Words.h"
 
+#include <cctype>
+#include <cstdio>
+#include <sstream>
+
 namespace sim {
-namespace {
-
-constexpr std::string_view kBlanks = " \t\r";
-
-// Behind the quote that closes the string that begins at `at`.
-size_t endOfString(const std::string& line, size_t at) {
-    for (size_t i = at + 1; i < line.size(); ++i) {
-        if (line[i] == '\\')
-            ++i;
-        else if (line[i] == '"')
-            return i + 1;
-    }
-    throw BadInput("a quote is left open: " + line.substr(at));
-}
-
-// Behind the bracket that closes the one at `at`.
-size_t endOfBrackets(const std::string& line, size_t at) {
-    int depth = 0;
-    for (size_t i = at; i < line.size(); ++i) {
-        if (line[i] == '"')
-            i = endOfString(line, i) - 1;
-        else if (line[i] == '{' || line[i] == '[')
-            ++depth;
-        else if ((line[i] == '}' || line[i] == ']') && --depth == 0)
-            return i + 1;
-    }
-    throw BadInput("a bracket is left open: " + line.substr(at));
-}
-
-size_t endOfWord(const std::string& line, size_t at) {
-    if (line[at] == '"') return endOfString(line, at);
-    if (line[at] == '{' || line[at] == '[') return endOfBrackets(line, at);
-    return std::min(line.find_first_of(kBlanks, at), line.size());
-}
-
-}  // namespace
-
 std::vector<Word> splitWords(const std::string& line) {
     try {
         (void)Json(line).dump();
@@ -45,15 +12,23 @@ std::vector<Word> splitWords(const std::string& line) {
         throw BadInput("not UTF-8");
     }
     std::vector<Word> words;
-    for (size_t at = 0; (at = line.find_first_not_of(kBlanks, at)) != std::string::npos;) {
-        const size_t end = endOfWord(line, at);
-        const std::string text = line.substr(at, end - at);
-        if (end < line.size() && kBlanks.find(line[end]) == std::string_view::npos) {
-            throw BadInput("a blank is missing after " + text);
+    std::istringstream input(line);
+    for (int first; (first = (input >> std::ws).peek()) != EOF;) {
+        const auto start = static_cast<size_t>(input.tellg());
+        const bool quoted = first == '"';
+        if (!quoted && first != '{' && first != '[') {
+            input >> words.emplace_back().text;
+            continue;
         }
-        const bool quoted = line[at] == '"';
-        words.push_back({quoted ? parseJson(text).get<std::string>() : text, quoted});
-        at = end;
+        Json value;
+        try {
+            input >> value;
+        } catch (const Json::parse_error&) {
+            parseJson(line.substr(start));  // says what is wrong with it
+        }
+        const std::string text = line.substr(start, static_cast<size_t>(input.tellg()) - start);
+        if (input.peek() != EOF && !std::isspace(input.peek())) throw BadInput("a blank is missing after " + text);
+        words.push_back({quoted ? value.get<std::string>() : text, quoted});
     }
     return words;
 }

@@ -11,11 +11,11 @@ namespace sim {
 
 struct Word {
     std::string text;
-    bool quoted;
+    bool quoted = false;
 };
 
 // Splits at blanks. "Text with blanks" in quotes, with JSON's escapes, is one word; so is a JSON object or array.
-// BadInput for what is left open or is not UTF-8.
+// BadInput for JSON that is not well-formed and what is not UTF-8.
 std::vector<Word> splitWords(const std::string& line);
 
 // What splitWords would give for the arguments: a record as its members, one after the other.

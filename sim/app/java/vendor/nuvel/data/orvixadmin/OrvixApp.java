@@ -10,11 +10,14 @@ import java.io.FileOutputStream;
 import java.io.IOException;
 import java.io.InputStreamReader;
 import java.io.PrintStream;
+import java.lang.reflect.Method;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Comparator;
+import java.util.Iterator;
 import java.util.List;
 import java.util.OptionalInt;
 import java.util.function.Function;
@@ -63,6 +66,8 @@ public final class OrvixApp {
             + "\"dns2\":{\"text1\":\"\",\"text2\":\"\"},\"text3\":\"192.0.2.7\",\"text4\":\"192.0.2.1\",\"int3\":24,"
             + "\"optText1\":null,\"int4\":-1,\"flag3\":true,\"int5\":-1,\"flag4\":false}";
 
+    private static final List<Parameter> MILLISECONDS = List.of(new Parameter("milliseconds", int.class));
+
     private final PrintStream out = utf8(FileDescriptor.out);
     private final PrintStream err = utf8(FileDescriptor.err);
     private final boolean json;
@@ -70,44 +75,26 @@ public final class OrvixApp {
     private boolean available;
 
     private final List<Verb> verbs = List.of(
-            verb("initialize", "", a -> JniHelper.initialize()),
-            verb("sendRadioStatus", "true false true",
-                    a -> JniHelper.sendRadioStatus((boolean) a[0], (boolean) a[1], (boolean) a[2]),
-                    bool("flag1"), bool("flag2"), bool("flag3")),
+            verb("initialize", ""),
+            verb("sendRadioStatus", "true false true"),
             verb("sendNetworkStatsForAllUids", "1 [{\"uid\":10123,\"flag1\":true,\"flag2\":false,\"text1\":\"wlan0\","
-                    + "\"bytes\":{\"long1\":1000,\"long2\":200}}]",
-                    a -> withParcels((NetworkStatsParams[]) a[1],
-                            parcels -> JniHelper.sendNetworkStatsForAllUids((int) a[0], parcels)),
-                    integer("ratType"), new Parameter("stats", NetworkStatsParams[].class)),
-            verb("sendNetworkStatsForNetworkType", "1 {\"long1\":1000,\"long2\":200}",
-                    a -> withParcel((ByteTuple) a[1],
-                            parcel -> JniHelper.sendNetworkStatsForNetworkType((int) a[0], parcel)),
-                    integer("ratType"), new Parameter("bytes", ByteTuple.class)),
-            verb("sendScreenState", "true", a -> JniHelper.sendScreenState((boolean) a[0]), bool("on")),
+                    + "\"bytes\":{\"long1\":1000,\"long2\":200}}]", NetworkStatsParams.class),
+            verb("sendNetworkStatsForNetworkType", "1 {\"long1\":1000,\"long2\":200}", ByteTuple.class),
+            verb("sendScreenState", "true"),
             verb("sendCensusInfo", BUILD_EXAMPLE + " [{\"int1\":0,\"text1\":\"a\",\"text2\":\"b\",\"text3\":\"c\","
-                    + "\"text4\":\"d\",\"int2\":1}]",
-                    a -> sendCensus((BuildInfoParams) a[0], (TelephonyInfoParams[]) a[1]),
-                    new Parameter("buildInfo", BuildInfoParams.class),
-                    new Parameter("telephonyInfos", TelephonyInfoParams[].class)),
-            verb("sendBootCompleteInfo", "true", a -> JniHelper.sendBootCompleteInfo((boolean) a[0]),
-                    bool("completed")),
-            verb("sendNetworkInfo", "3 " + NETWORK_EXAMPLE,
-                    a -> withParcel((NetworkInfo) a[1], parcel -> JniHelper.sendNetworkInfo((int) a[0], parcel)),
-                    integer("ratType"), new Parameter("info", NetworkInfo.class)),
-            verb("sendFGNetworkInfo", "5 123456789012 7",
-                    a -> JniHelper.sendFGNetworkInfo((int) a[0], (long) a[1], (int) a[2]),
-                    integer("ratType"), new Parameter("value", long.class), integer("techType")),
-            verb("sendLPMStatus", "false", a -> JniHelper.sendLPMStatus((boolean) a[0]), bool("status")),
-            verb("sendThermalStatus", "2", a -> JniHelper.sendThermalStatus((int) a[0]), integer("state")),
-            verb("sendBatteryStatus", "87 true", a -> JniHelper.sendBatteryStatus((int) a[0], (boolean) a[1]),
-                    integer("int1"), bool("flag1")),
-            verb("sendHotspotStatus", "true", a -> JniHelper.sendHotspotStatus((boolean) a[0]), bool("status")),
-            verb("queryStats", "", a -> JniHelper.queryStats()),
-            verb("sendBlobToMirel", "5 hex:00ff", a -> JniHelper.sendBlobToMirel((int) a[0], (byte[]) a[1]),
-                    integer("tag"), new Parameter("blob", byte[].class)),
-            verb("sendMachineData", "", a -> sendMachineData(new MachineData())),
-            verb("waitForService", "5000", a -> waitForService((int) a[0]), integer("milliseconds")),
-            verb("sleep", "500", a -> sleep((int) a[0]), integer("milliseconds")));
+                    + "\"text4\":\"d\",\"int2\":1}]", BuildInfoParams.class, TelephonyInfoParams.class),
+            verb("sendBootCompleteInfo", "true"),
+            verb("sendNetworkInfo", "3 " + NETWORK_EXAMPLE, NetworkInfo.class),
+            verb("sendFGNetworkInfo", "5 123456789012 7"),
+            verb("sendLPMStatus", "false"),
+            verb("sendThermalStatus", "2"),
+            verb("sendBatteryStatus", "87 true"),
+            verb("sendHotspotStatus", "true"),
+            verb("queryStats", ""),
+            verb("sendBlobToMirel", "5 hex:00ff"),
+            new Verb("sendMachineData", List.of(), "", a -> sendMachineData(new MachineData())),
+            new Verb("waitForService", MILLISECONDS, "5000", a -> waitForService((int) a[0])),
+            new Verb("sleep", MILLISECONDS, "500", a -> sleep((int) a[0])));
 
     private OrvixApp(boolean json) {
         this.json = json;
@@ -218,32 +205,46 @@ public final class OrvixApp {
         return name + ": no such verb; nearest: " + nearest + "; help lists all";
     }
 
-    private interface ParcelsAction {
-        void run(Parcel[] parcels);
-    }
-
-    private interface ParcelAction {
-        void run(Parcel parcel);
-    }
-
-    private static void withParcel(Parcelable record, ParcelAction action) {
-        withParcels(new Parcelable[] {record}, parcels -> action.run(parcels[0]));
-    }
-
-    /** One parcel a record, positioned at its start as the library wants it. */
-    private static void withParcels(Parcelable[] records, ParcelsAction action) {
-        Parcel[] parcels = new Parcel[records.length];
-        for (int i = 0; i < records.length; i++) {
-            parcels[i] = Parcel.obtain();
-            records[i].writeToParcel(parcels[i], 0);
-            parcels[i].setDataPosition(0);
+    /** A native method, with the parameters that it has; of each parcel it is told which record it holds. */
+    private static Verb verb(String name, String exampleArguments, Class<?>... records) {
+        Method method = Arrays.stream(JniHelper.class.getDeclaredMethods())
+                .filter(candidate -> candidate.getName().equals(name)).findFirst().orElseThrow();
+        Iterator<Class<?>> held = List.of(records).iterator();
+        List<Parameter> parameters = new ArrayList<>();
+        for (var parameter : method.getParameters()) {
+            Class<?> type = parameter.getType();
+            if (type == Parcel.class) type = held.next();
+            if (type == Parcel[].class) type = held.next().arrayType();
+            parameters.add(new Parameter(parameter.getName(), type));
         }
-        action.run(parcels);
-        for (Parcel parcel : parcels) parcel.recycle();
+        return new Verb(name, parameters, exampleArguments, args -> call(method, args));
     }
 
-    private static void sendCensus(BuildInfoParams build, TelephonyInfoParams[] telephony) {
-        withParcel(build, first -> withParcels(telephony, rest -> JniHelper.sendCensusInfo(first, rest)));
+    private static void call(Method method, Object[] args) {
+        List<Parcel> parcels = new ArrayList<>();
+        Object[] passed = args.clone();
+        for (int i = 0; i < args.length; i++) {
+            if (args[i] instanceof Parcelable record) {
+                passed[i] = parcelOf(record, parcels);
+            } else if (args[i] instanceof Parcelable[] records) {
+                passed[i] = Arrays.stream(records).map(record -> parcelOf(record, parcels)).toArray(Parcel[]::new);
+            }
+        }
+        try {
+            method.invoke(null, passed);
+        } catch (ReflectiveOperationException e) {
+            throw new AssertionError(method + " cannot be called", e);
+        }
+        parcels.forEach(Parcel::recycle);
+    }
+
+    /** Positioned at its start, as the library wants it. */
+    private static Parcel parcelOf(Parcelable record, List<Parcel> made) {
+        Parcel parcel = Parcel.obtain();
+        record.writeToParcel(parcel, 0);
+        parcel.setDataPosition(0);
+        made.add(parcel);
+        return parcel;
     }
 
     /** What this machine has, and a word about what it has not. The rat type is -1, as none is known. */
@@ -251,14 +252,14 @@ public final class OrvixApp {
         int unknownRat = -1;
         NetworkStatsParams[] traffic = machine.trafficPerInterface().toArray(new NetworkStatsParams[0]);
         ByteTuple total = machine.totalTraffic().orElse(null);
-        NetworkInfo network = machine.defaultNetwork().orElse(null);
+        NetworkInfo network = machine.network().orElse(null);
         BatteryState battery = machine.battery().orElse(null);
         OptionalInt temperature = machine.temperature();
         if (traffic.length == 0) absent("network interface", "sendNetworkStatsForAllUids");
         else call("sendNetworkStatsForAllUids", unknownRat, traffic);
         if (total == null) absent("network interface but loopback", "sendNetworkStatsForNetworkType");
         else call("sendNetworkStatsForNetworkType", unknownRat, total);
-        if (network == null) absent("default route", "sendNetworkInfo");
+        if (network == null) absent("network interface but loopback that is up", "sendNetworkInfo");
         else call("sendNetworkInfo", unknownRat, network);
         if (battery == null) absent("battery", "sendBatteryStatus");
         else call("sendBatteryStatus", battery.int1, battery.flag1);
@@ -321,17 +322,5 @@ public final class OrvixApp {
         } catch (IOException e) {
             return false;
         }
-    }
-
-    private static Verb verb(String name, String exampleArguments, Action action, Parameter... parameters) {
-        return new Verb(name, List.of(parameters), exampleArguments, action);
-    }
-
-    private static Parameter integer(String name) {
-        return new Parameter(name, int.class);
-    }
-
-    private static Parameter bool(String name) {
-        return new Parameter(name, boolean.class);
     }
 }
