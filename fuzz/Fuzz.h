@@ -1,4 +1,4 @@
-// What the fuzzers share: a promise that must hold for any input, bytes in parcels, and whole transactions out of an
+// What the fuzzers share: invariants, which hold for any input, bytes in parcels, and whole transactions out of an
 // input.
 //
 // Selectors are taken from the end of an input and contents from its front, so that a seed is the bytes of a real call
@@ -24,9 +24,9 @@ namespace fuzz {
 namespace wire = aidl::vendor::nuvel::data::orvixservice;
 using Bytes = std::vector<uint8_t>;
 
-inline void promise(bool held, const char* text) {
+inline void invariant(bool held, const char* text) {
     if (held) return;
-    std::fprintf(stderr, "broken promise: %s\n", text);
+    std::fprintf(stderr, "broken invariant: %s\n", text);
     std::abort();
 }
 
@@ -60,7 +60,7 @@ Bytes encode(const Arguments& arguments) {
     const ndk::ScopedAParcel parcel = newParcel();
     const binder_status_t status =
         std::apply([&](const auto&... args) { return wire::writeArguments(parcel.get(), args...); }, arguments);
-    promise(status == STATUS_OK, "what was accepted can be sent on");
+    invariant(status == STATUS_OK, "what was accepted can be sent on");
     return wordsOf(parcel.get());
 }
 
@@ -94,7 +94,7 @@ Transaction transactionOf(FuzzedDataProvider& input, AIBinder* binder, AIBinder*
     if (made.code == kMethods + 3) made.code = wire::kGetInterfaceVersion;
     const uint8_t oddities = input.ConsumeIntegral<uint8_t>();
     const uint8_t place = input.ConsumeIntegral<uint8_t>();
-    promise(AIBinder_prepareTransaction(binder, made.in.getR()) == STATUS_OK, "a transaction can be prepared");
+    invariant(AIBinder_prepareTransaction(binder, made.in.getR()) == STATUS_OK, "a transaction can be prepared");
 
     const Bytes words = input.ConsumeRemainingBytes<uint8_t>();
     const auto before = std::min<size_t>(place % 8 * sizeof(int32_t), words.size());

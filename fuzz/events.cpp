@@ -29,7 +29,7 @@ void compare() {
         std::fprintf(stderr, "%-60s| %s\n", i < gExpected.size() ? gExpected[i].c_str() : "",
                      i < gActual.size() ? gActual[i].c_str() : "");
     }
-    promise(false, "Java and the service see what the model says (left), in its order");
+    invariant(false, "Java and the service see what the model says (left), in its order");
 }
 
 std::string textOf(const std::string& method, const std::vector<quiet::Value>& arguments) {
@@ -180,12 +180,12 @@ void serviceReturns() {
     if (oddity == 1) gPlatform.found.emplace_back(nullptr);
     if (oddity == 2) gPlatform.found.push_back(newStranger());
     gPlatform.found.push_back(newService());
-    promise(gPlatform.bindingThreads.size() == gModel.waiting, "a binding thread is started for each death told");
+    invariant(gPlatform.bindingThreads.size() == gModel.waiting, "a binding thread is started for each death told");
     const auto thread = std::move(gPlatform.bindingThreads.back());
     gPlatform.bindingThreads.pop_back();
     --gModel.waiting;
     thread->_M_run();
-    promise(gPlatform.found.empty(), "binding ends with the first binder of the service");
+    invariant(gPlatform.found.empty(), "binding ends with the first binder of the service");
     gPlatform.alive = true;
     gModel.service = gPlatform.services;
     gModel.queue.push_back({.type = 0});
@@ -230,7 +230,7 @@ void drain() {
 void load() {
     __android_log_set_logger([](const __android_log_message*) {});
     quiet::env();
-    promise(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
+    invariant(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
     // The storage of a client outlives it once it had a thread: not a leak.
     [[maybe_unused]] static AidlClient* volatile kept = orvix::gAidlClient.get();
     quiet::script.onCall = onJavaCall;
@@ -251,7 +251,7 @@ void settle() {
     orvix::gAidlClient->pushEv({.type = -1});
     gModel.queue.push_back({.type = -1});
     drain();
-    promise(gModel.waiting == 1 && gPlatform.bindingThreads.size() == 1, "a death starts a binding thread");
+    invariant(gModel.waiting == 1 && gPlatform.bindingThreads.size() == 1, "a death starts a binding thread");
     gActual.clear();
     gExpected.clear();
     gPlatform.services = 0;
@@ -263,7 +263,7 @@ void settle() {
 extern "C" {
 
 AIBinder* __wrap_AServiceManager_waitForService(const char*) {
-    fuzz::promise(!fuzz::gPlatform.found.empty(), "binding ends with the first binder of the service");
+    fuzz::invariant(!fuzz::gPlatform.found.empty(), "binding ends with the first binder of the service");
     AIBinder* const binder = fuzz::gPlatform.found.front().get();
     AIBinder_incStrong(binder);
     fuzz::gPlatform.found.pop_front();
@@ -277,7 +277,7 @@ void __wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_
 }
 void __wrap__ZNSt6thread6detachEv(std::thread*) {}
 
-// The promised second close of a socket is told to the system log; not by a fuzzer.
+// The second close of a socket is told to the system log, where operators look for it; not by a fuzzer.
 void __wrap_syslog(int, const char*, ...) {}
 
 }  // extern "C"
@@ -291,7 +291,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         settle();
         return true;
     }();
-    promise(loaded, "the library loads");
+    invariant(loaded, "the library loads");
     FuzzedDataProvider input(data, size);
     gInput = &input;
     while (input.remaining_bytes() > 0) {

@@ -69,7 +69,7 @@ class Peer {
   public:
     Peer() {
         int ends[2];
-        promise(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0, "there are sockets");
+        invariant(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0, "there are sockets");
         mine.set(ends[0]);
         connection = std::make_shared<Connection>(ndk::ScopedFileDescriptor(ends[1]), getuid(), getpid(), "");
     }
@@ -125,7 +125,7 @@ class Peer {
         while ((result = standin::parseFrame(rest, frame)) == standin::ParseResult::Complete) {
             rest = rest.subspan(frame.size());
         }
-        promise(result == standin::ParseResult::Incomplete, "what it says is well-formed");
+        invariant(result == standin::ParseResult::Incomplete, "what it says is well-formed");
         heard.erase(heard.begin(), heard.end() - static_cast<ptrdiff_t>(rest.size()));
     }
 
@@ -134,13 +134,13 @@ class Peer {
         int ready = -1;
         while ((ready = poll(&readable, 1, 5000)) < 0 && errno == EINTR) {  // the fuzzer's own alarm
         }
-        promise(ready == 1, "a call is sent");
+        invariant(ready == 1, "a call is sent");
     }
 
     void end() {
         connection->close();
         work();
-        promise(connection.use_count() == 1, "nothing is left of a peer that has gone");
+        invariant(connection.use_count() == 1, "nothing is left of a peer that has gone");
         listen();
     }
 
@@ -251,9 +251,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     static size_t inputs = 0, before = 0;
     FuzzedDataProvider input(data, size);
-    promise(started, "the platform starts");
+    invariant(started, "the platform starts");
     play(input);
     if (++inputs == 64) before = openDescriptors();
-    if (inputs % 1024 == 0) promise(openDescriptors() <= before, "no descriptor is left");
+    if (inputs % 1024 == 0) invariant(openDescriptors() <= before, "no descriptor is left");
     return 0;
 }

@@ -29,10 +29,10 @@ binder_status_t receive(AIBinder*, transaction_code_t code, const AParcel* in, A
         typename std::remove_cvref_t<decltype(row)>::Arguments arguments{};
         const bool whole =
             wire::readArguments(in, arguments) == STATUS_OK && AParcel_getDataPosition(in) == AParcel_getDataSize(in);
-        promise(whole, "what leaves is well-formed");
+        invariant(whole, "what leaves is well-formed");
         gSent.push_back({code, encode(arguments)});
     });
-    promise(known, "what leaves is a method of the service");
+    invariant(known, "what leaves is a method of the service");
     return STATUS_OK;
 }
 
@@ -43,7 +43,7 @@ void load() {
     gService.set(AIBinder_new(receiving, nullptr));
     AIBinder_markVintfStability(gService.get());
     quiet::env();
-    promise(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
+    invariant(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
     orvix::gAidlClient->bindToService();
     orvix::gAidlClient->handleEvents();
 }
@@ -115,7 +115,7 @@ extern "C" AIBinder* __wrap_AServiceManager_waitForService(const char*) {
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace fuzz;
     static const bool loaded = (load(), true);
-    promise(loaded && gSent.empty(), "nothing is left over");
+    invariant(loaded && gSent.empty(), "nothing is left over");
     FuzzedDataProvider input(data, size);
     JNIEnv* const env = quiet::env();
     const uint8_t which = input.ConsumeIntegralInRange<uint8_t>(0, 4);
@@ -151,7 +151,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 AidlClient::sendCensusInfo(env, nullptr, parcels.first(), parcels.rest());
         }
     }
-    promise(gSent == expected, "the service gets what the parcels hold");
+    invariant(gSent == expected, "the service gets what the parcels hold");
     gSent.clear();
     quiet::leave();
     return 0;

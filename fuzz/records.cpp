@@ -10,7 +10,7 @@ namespace {
 template <typename R>
 Bytes written(const R& record) {
     const ndk::ScopedAParcel parcel = newParcel();
-    promise(record.writeToParcel(parcel.get()) == STATUS_OK, "what was read can be written");
+    invariant(record.writeToParcel(parcel.get()) == STATUS_OK, "what was read can be written");
     return wordsOf(parcel.get());
 }
 
@@ -20,23 +20,23 @@ void tryRecord(AParcel* parcel, int32_t start) {
     AParcel_setDataPosition(parcel, start);
     const binder_status_t status = record.readFromParcel(parcel);
     const int32_t position = AParcel_getDataPosition(parcel);
-    if (status == STATUS_OK) promise(position >= start + 4, "a record takes at least its size");
+    if (status == STATUS_OK) invariant(position >= start + 4, "a record takes at least its size");
     const Bytes first = written(record);
 
     if (start == 0) {
         sim::Walk walk(parcel);
         walk.walkRecord<R>();
-        promise(walk.failure.empty() == (status == STATUS_OK), "the inspector's walk fails where the reader fails");
-        promise(status != STATUS_OK || AParcel_getDataPosition(parcel) == position, "and ends where the reader ends");
+        invariant(walk.failure.empty() == (status == STATUS_OK), "the inspector's walk fails where the reader fails");
+        invariant(status != STATUS_OK || AParcel_getDataPosition(parcel) == position, "and ends where the reader ends");
     }
 
     const ndk::ScopedAParcel copy = newParcel();
     appendWords(copy.get(), first);
     AParcel_setDataPosition(copy.get(), 0);
     R again;
-    promise(again.readFromParcel(copy.get()) == STATUS_OK, "what was written can be read");
-    promise(AParcel_getDataPosition(copy.get()) == static_cast<int32_t>(first.size()), "and is read to its end");
-    promise(written(again) == first, "and is the same value");
+    invariant(again.readFromParcel(copy.get()) == STATUS_OK, "what was written can be read");
+    invariant(AParcel_getDataPosition(copy.get()) == static_cast<int32_t>(first.size()), "and is read to its end");
+    invariant(written(again) == first, "and is the same value");
 }
 
 template <size_t... I>

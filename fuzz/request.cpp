@@ -78,8 +78,8 @@ void sendOn(const Row&, const Arguments& arguments, bool unknown) {
     gKeeper.answer = unknown ? STATUS_UNKNOWN_TRANSACTION : STATUS_OK;
     const auto status =
         std::apply([&](const auto&... args) { return (proxy.get()->*Row::pointer)(args...); }, arguments);
-    promise(status.getStatus() == gKeeper.answer, "what was accepted can be sent on, or the default answers");
-    promise(gKeeper.arguments == encode(arguments), "and arrives as the same");
+    invariant(status.getStatus() == gKeeper.answer, "what was accepted can be sent on, or the default answers");
+    invariant(gKeeper.arguments == encode(arguments), "and arrives as the same");
 }
 
 // What the two ends say about themselves: the callback its version, a default implementation nothing.
@@ -87,21 +87,21 @@ void askAbout(const ndk::SpAIBinder& callback) {
     const auto local = IRequest::fromBinder(callback);
     int32_t version = 0;
     std::string hash;
-    promise(local->getInterfaceVersion(&version).isOk() && version == 7, "the version is told");
-    promise(local->getInterfaceHash(&hash).isOk() && hash == IRequest::hash, "the hash is told");
+    invariant(local->getInterfaceVersion(&version).isOk() && version == 7, "the version is told");
+    invariant(local->getInterfaceHash(&hash).isOk() && hash == IRequest::hash, "the hash is told");
     const auto proxy = keepingProxy();
     gKeeper.answer = STATUS_UNKNOWN_TRANSACTION;
-    promise(proxy->getInterfaceVersion(&version).isOk() && version == 0, "the default knows no version");
-    promise(proxy->getInterfaceHash(&hash).isOk() && hash.empty(), "the default knows no hash");
+    invariant(proxy->getInterfaceVersion(&version).isOk() && version == 0, "the default knows no version");
+    invariant(proxy->getInterfaceHash(&hash).isOk() && hash.empty(), "the default knows no hash");
     auto& standIn = *IRequest::getDefaultImpl();
-    promise(standIn.asBinder().get() == nullptr && !standIn.isRemote(), "a default implementation has no binder");
+    invariant(standIn.asBinder().get() == nullptr && !standIn.isRemote(), "a default implementation has no binder");
 }
 
 ndk::SpAIBinder load() {
     __android_log_set_logger([](const __android_log_message*) {});
     quiet::script.onCall = [](const quiet::Call& call) { gCalls.push_back(call); };
     quiet::env();
-    promise(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
+    invariant(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
     quiet::leave();
     return ndk::SharedRefBase::make<orvix::OrvixCallback>()->asBinder();
 }
@@ -135,10 +135,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ndk::ScopedAParcel out;
     const binder_status_t status =
         AIBinder_transact(callback.get(), call.code, call.in.getR(), out.getR(), wire::kOneWay);
-    promise(status == expected, "the dispatcher answers what the reader answers");
-    promise(gCalls.empty(), "a request does nothing but queue");
+    invariant(status == expected, "the dispatcher answers what the reader answers");
+    invariant(gCalls.empty(), "a request does nothing but queue");
     orvix::gAidlClient->handleEvents();
-    promise(gCalls == expectedCalls, "Java gets what the service sent");
-    promise(quiet::localReferences == 0, "a call into Java leaves no local reference");
+    invariant(gCalls == expectedCalls, "Java gets what the service sent");
+    invariant(quiet::localReferences == 0, "a call into Java leaves no local reference");
     return 0;
 }

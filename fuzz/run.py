@@ -19,7 +19,7 @@ FUZZERS = ["records", "service", "request", "java", "events", "frames"]
 WORKERS = 2
 PLANTED_SECONDS = 60
 LIMITS = ["-max_len=4096", "-malloc_limit_mb=16", "-timeout=10", "-close_fd_mask=1", "-print_final_stats=1"]
-FOUND = re.compile(r"broken promise: .*|ERROR: AddressSanitizer: \S+|\S+:\d+:\d+: runtime error: .*|"
+FOUND = re.compile(r"broken invariant: .*|ERROR: AddressSanitizer: \S+|\S+:\d+:\d+: runtime error: .*|"
                    r"ERROR: LeakSanitizer.*|ERROR: libFuzzer: .*|an index outside of a Java array")
 
 

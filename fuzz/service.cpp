@@ -46,11 +46,11 @@ void sendOn(const Row&, const Ends& ends, const Arguments& arguments, bool unkno
     const auto status =
         std::apply([&](const auto&... args) { return (proxy.get()->*Row::pointer)(args...); }, arguments);
     if (unknown) {
-        promise(status.getStatus() == STATUS_UNKNOWN_TRANSACTION, "the default implementation answers");
+        invariant(status.getStatus() == STATUS_UNKNOWN_TRANSACTION, "the default implementation answers");
         return;
     }
-    promise(status.isOk(), "what was accepted can be sent on");
-    if constexpr (kPlain<Arguments>) promise(gPeer.arguments == encode(arguments), "and arrives as the same");
+    invariant(status.isOk(), "what was accepted can be sent on");
+    if constexpr (kPlain<Arguments>) invariant(gPeer.arguments == encode(arguments), "and arrives as the same");
 }
 
 void askAbout(const Ends& ends, bool unknown) {
@@ -59,14 +59,14 @@ void askAbout(const Ends& ends, bool unknown) {
     int32_t version = -5;
     std::string hash;
     for (int i = 0; i < 2; ++i) {
-        promise(proxy->getInterfaceVersion(&version).isOk() && version == (unknown ? 0 : 7), "the version is told");
-        promise(proxy->getInterfaceHash(&hash).isOk() && hash == (unknown ? "" : IOrvixService::hash),
-                "the hash is told");
+        invariant(proxy->getInterfaceVersion(&version).isOk() && version == (unknown ? 0 : 7), "the version is told");
+        invariant(proxy->getInterfaceHash(&hash).isOk() && hash == (unknown ? "" : IOrvixService::hash),
+                  "the hash is told");
     }
-    promise(proxy->sendSocketFd(1, ndk::ScopedFileDescriptor()).getStatus() == STATUS_UNEXPECTED_NULL,
-            "a descriptor that is none is not sent");
+    invariant(proxy->sendSocketFd(1, ndk::ScopedFileDescriptor()).getStatus() == STATUS_UNEXPECTED_NULL,
+              "a descriptor that is none is not sent");
     auto& standIn = *IOrvixService::getDefaultImpl();
-    promise(standIn.asBinder().get() == nullptr && !standIn.isRemote(), "a default implementation has no binder");
+    invariant(standIn.asBinder().get() == nullptr && !standIn.isRemote(), "a default implementation has no binder");
 }
 
 }  // namespace
@@ -95,6 +95,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         AIBinder_transact(ends.service.get(), call.code, call.in.getR(), out.getR(), FLAG_ONEWAY);
     // Code 0 is refused by the platform before anybody is asked.
     if (call.code == 0) expected = STATUS_UNKNOWN_TRANSACTION;
-    promise(status == expected, "the dispatcher answers what the reader answers");
+    invariant(status == expected, "the dispatcher answers what the reader answers");
     return 0;
 }
