@@ -24,7 +24,7 @@ WARM_UP = 10  # lives before what must stay flat is measured first
 POOL = 16  # the platform's own threads, made on demand
 GROWTH = 16 << 20  # bytes of memory that may be the VM's own doing
 EARLY = 0.3  # the share of lives that end around the moment in which the library links to their death
-EARLY_WITHIN = 1000  # microseconds after the service can be found
+EARLY_WITHIN = 300  # microseconds after the service can be found: the library links then
 VM_OPTIONS = "-Xcheck:jni -Xms32m -Xmx32m -XX:+AlwaysPreTouch -XX:-UseDynamicNumberOfCompilerThreads"
 
 
