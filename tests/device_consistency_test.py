@@ -70,8 +70,12 @@ def check_soong(t):
             found.append(f"{name} sets a page size beside the product's")
     found += [f"{path} is in no filegroup, and no other module reaches it without one"
               for path in t["for others"].split() if path not in groups]
-    named = re.findall(r"[:` ]((?:vendor\.nuvel\.data\.orvixservice-V|orvixservice-|libOrvixJni-|privapp-)[\w.-]+)", t["docs"])
+    named = re.findall(r"[:` ]((?:vendor\.nuvel\.data\.orvixservice-V|orvixservice-|libOrvixJni-|privapp-)[\w.-]+)",
+                       t["docs"])
     found += [f"the pages name {name}, which is no module" for name in named if name not in known]
+    found += [f"the pages name {path}, which is not there" for path in
+              re.findall(r"`((?:aidl|device|docs|fuzz|platform|sim|tests)/[\w./…-]+)", t["docs"])
+              if not any(ROOT.glob(path.rstrip("/").replace("…", "*")))]
     flags = re.search(r'STREQUAL "aarch64"\)\s*add_compile_options\((.*?)\)', t["hardening"]).group(1)
     return found + apart("Android.bp", set(every["orvix_defaults"]["arch"]["arm64"]["cflags"]), "Hardening.cmake",
                          set(flags.split()))
@@ -183,7 +187,8 @@ class Consistency(unittest.TestCase):
              ("bp", '    version_script:', '    ldflags: ["-Wl,-z,max-page-size=16384"],\n    version_script:'),
              ("bp", 'srcs: ["device/proguard/orvix.pro"]', "srcs: []"),
              ("bp", 'name: "privapp-permissions-orvixadmin-product"', 'name: "other"'),
-             ("bp", 'name: "libOrvixJni-keep-rules"', 'name: "other"')])
+             ("bp", 'name: "libOrvixJni-keep-rules"', 'name: "other"'),
+             ("docs", "`device/sepolicy/file_contexts`", "`device/sepolicy/orvix.te`")])
 
     def test_frozen_interface(self):
         sources = freeze.read(ROOT / "aidl", "*.aidl")
