@@ -45,6 +45,7 @@ class SharedRefBase {
         return (new T(std::forward<Args>(args)...))->template ref<T>();
     }
 
+    // Its operator new is private. NOLINTNEXTLINE(misc-new-delete-overloads)
     static void operator delete(void* object) { std::free(object); }
 
   private:
