@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <list>
 #include <thread>
@@ -21,7 +22,7 @@ namespace {
 using namespace orvix;
 
 constexpr int kExitCode = 7;
-enum Fault : int { kHangs = 3, kWrongHash };
+enum Fault : int { kHangs = 3, kWrongHash, kHandlesMore, kTellsMore };
 
 // Whether the client has ended. Relaxed: threads are not to be ordered by it, or a sanitizer would see no race.
 std::atomic<bool> gOver = false;
@@ -47,27 +48,42 @@ void waitUntil(const auto& done) {
     }
 }
 
-// A client after the first one has ended is bound and told so.
-void loadAgain() {
+// A client after the first one has ended is bound and tells so, once; the threads of the first one, unless others keep
+// them busy, handle neither what it had queued nor what the new one has.
+void loadAgain(bool quiet) {
+    const auto count = [] {
+        return std::array{fake::count("binder linkToDeath"), fake::count("jni CallVoidMethod(object, method, true)"),
+                          fake::count("transact 1 ")};
+    };
+    const auto [linked, told, registered] = count();
+    const size_t handled = fake::count("log D handleEvent -1");
     load();
     gOver.store(true, std::memory_order_relaxed);
-    const size_t before = fake::count("transact 1 ");
+    gAidlClient->pushEv({.type = kGetRadioStatus});
+    usleep(50'000);
+    if (quiet && fake::count("log D handleEvent 1") + fake::count("log D handleEvent -1") != handled) {
+        _exit(kHandlesMore);
+    }
     initialize();
-    waitUntil([=] { return fake::count("transact 1 ") > before; });
+    waitUntil([=] { return count()[2] > registered; });
+    usleep(50'000);
+    if (quiet && count() != std::array{linked + 1, told + 1, registered + 1}) _exit(kTellsMore);
 }
 
-// A thread of the client is held where it makes the line, until the end is over; some lines are made with a lock held
-// that the end waits for, so not for long.
+// A thread of the client is held where it makes the line, until the end is over; with a lock that the end waits for,
+// not for long.
 void holdOneThread(const std::string& line) {
     static std::atomic<bool> held = false;
     fake::script.then = [line, main = std::this_thread::get_id()](const std::string& made) {
         if (!made.starts_with(line) || std::this_thread::get_id() == main || held.exchange(true)) return;
-        for (int i = 0; i < 300 && !isOver(); ++i) usleep(1000);
+        const int limit = line.ends_with("ToDeath") ? 300 : 60'000;
+        for (int i = 0; i < limit && !isOver(); ++i) usleep(1000);
     };
     load();
     initialize();
     waitUntil([] { return held || fake::count("transact 1 ") > 0; });
-    gAidlClient->pushEv({.type = 2});
+    if (held) return;
+    gAidlClient->pushEv({.type = kStartNetworkStatsPolling});
     AidlClient::deathCallback(nullptr);
     waitUntil([] { return held.load(); });
 }
@@ -111,7 +127,7 @@ int meetTheEnd(const std::string& way, const std::string& line) {
         holdOneThread(line);
     }
     goOn();
-    if (way == "load") loadAgain();
+    if (way == "load") loadAgain(!line.empty());
     goOn();
     exit(kExitCode);
 }
@@ -134,9 +150,10 @@ class End : public testing::TestWithParam<const char*> {
 TEST_P(End, AmongBusyThreads) { meet({""}); }
 
 TEST_P(End, WhileAThreadIsHeld) {
-    meet({"binder waitForService", "binder associateClass", "binder linkToDeath", "log D handleEvent 0",
-          "jni CallVoidMethod(object, method, true)", "log D startNetworkStatsPolling start",
-          "log D handleServiceDown start", "binder unlinkToDeath", "jni CallVoidMethod(object, method, false)"});
+    meet({"binder waitForService", "binder associateClass", "binder linkToDeath", "log D bindToService is successful",
+          "log D new aidl event arrived", "log D handleEvent 0", "jni CallVoidMethod(object, method, true)",
+          "log D startNetworkStatsPolling start", "log D handleServiceDown start", "binder unlinkToDeath",
+          "jni CallVoidMethod(object, method, false)"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Client, End, testing::Values("exit", "load"),

@@ -189,17 +189,14 @@ bool __wrap_AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* own)
     return __real_AIBinder_associateClass(binder, own);
 }
 
-binder_status_t __real_AIBinder_linkToDeath(AIBinder*, AIBinder_DeathRecipient*, void*);
-binder_status_t __wrap_AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
-    fake::record("binder linkToDeath");
-    return __real_AIBinder_linkToDeath(binder, recipient, cookie);
-}
-
-binder_status_t __real_AIBinder_unlinkToDeath(AIBinder*, AIBinder_DeathRecipient*, void*);
-binder_status_t __wrap_AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
-    fake::record("binder unlinkToDeath");
-    return __real_AIBinder_unlinkToDeath(binder, recipient, cookie);
-}
+#define WRAP_LINK(function)                                                                                          \
+    binder_status_t __real_AIBinder_##function(AIBinder*, AIBinder_DeathRecipient*, void*);                          \
+    binder_status_t __wrap_AIBinder_##function(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) { \
+        fake::record("binder " #function);                                                                           \
+        return __real_AIBinder_##function(binder, recipient, cookie);                                                \
+    }
+WRAP_LINK(linkToDeath)
+WRAP_LINK(unlinkToDeath)
 
 AParcel* __real_AParcel_fromJavaParcel(JNIEnv*, jobject);
 AParcel* __wrap_AParcel_fromJavaParcel(JNIEnv* env, jobject parcel) {

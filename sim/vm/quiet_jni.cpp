@@ -37,11 +37,14 @@ struct Attachment {
 };
 thread_local Attachment tHere;
 
-void misuse(const std::string& text) {
-    const std::lock_guard lock(gMutex);
-    if (script.misuse.erase(text) != 0) return;
+[[noreturn]] void end(const std::string& text) {
     std::fprintf(stderr, "Java VM: %s\n", text.c_str());
     std::abort();
+}
+
+void misuse(const std::string& text) {
+    const std::lock_guard lock(gMutex);
+    if (script.misuse.erase(text) == 0) end(text);
 }
 
 void check(bool held, const char* function, const char* what) {
@@ -61,18 +64,18 @@ T local(Object& object) {
     tHere.locals.push_back(&object);
     ++localReferences;
     const uintptr_t index = tHere.locals.size() - 1;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): no address, so that a reference past its end is no other's
     return reinterpret_cast<T>(tHere.number << (kIndexBits + 1) | index << 1 | 1);
 }
 bool isLocal(jobject reference) { return (reinterpret_cast<uintptr_t>(reference) & 1) != 0; }
 
-// Where the object of a local reference stands; null behind its end.
-Object** placeOf(jobject reference) {
+// Where the object of a local reference stands.
+Object*& placeOf(jobject reference) {
     const auto bits = reinterpret_cast<uintptr_t>(reference);
     const size_t index = bits >> 1 & ((1u << kIndexBits) - 1);
     const bool here = bits >> (kIndexBits + 1) == tHere.number && index < tHere.locals.size();
-    if (here && tHere.locals[index] != nullptr) return &tHere.locals[index];
-    misuse("a local reference is used after its end");
-    return nullptr;
+    if (!here || tHere.locals[index] == nullptr) end("a local reference is used after its end");
+    return tHere.locals[index];
 }
 
 void enter(const char* function, jobject target, const char* null) {
@@ -133,10 +136,8 @@ JNINativeInterface makeTable() {
     t.NewGlobalRef = [](JNIEnv*, jobject object) { return object == nullptr ? nullptr : ref(of(object)); };
     t.DeleteLocalRef = [](JNIEnv*, jobject object) {
         if (!isLocal(object)) return;
-        if (Object** const place = placeOf(object)) {
-            *place = nullptr;
-            --localReferences;
-        }
+        placeOf(object) = nullptr;
+        --localReferences;
     };
     t.GetMethodID = [](JNIEnv*, jclass target, const char* name, const char* signature) {
         enter("GetMethodID", target, " of a null class");
@@ -224,9 +225,8 @@ JavaVM gVm{&kVmTable};
 }  // namespace
 
 Object& of(jobject reference) {
-    check(reference != nullptr, "a null reference", " is used");
-    Object** const place = isLocal(reference) ? placeOf(reference) : nullptr;
-    return place != nullptr ? **place : isLocal(reference) ? gAny : *reinterpret_cast<Object*>(reference);
+    if (reference == nullptr) end("a null reference is used");
+    return isLocal(reference) ? *placeOf(reference) : *reinterpret_cast<Object*>(reference);
 }
 
 JavaVM* vm() { return &gVm; }

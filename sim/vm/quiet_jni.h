@@ -49,7 +49,8 @@ struct Script {
     jint registerNatives = JNI_OK;
     std::set<std::string, std::less<>> missing;  // classes and methods that are not there
     bool allocObject = true;
-    // Misuse that is to be seen, by its text; it is taken from here, and the call goes on.
+    // Misuse that is to be seen, by its text: of a null class or method, or with an exception pending. It is taken from
+    // here, and the call goes on.
     std::set<std::string, std::less<>> misuse;
 };
 extern Script& script;
