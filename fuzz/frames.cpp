@@ -71,7 +71,7 @@ class Peer {
         int ends[2];
         invariant(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0, "there are sockets");
         mine.set(ends[0]);
-        connection = std::make_shared<Connection>(ndk::ScopedFileDescriptor(ends[1]), getuid(), getpid(), "");
+        connection = std::make_shared<Connection>(ndk::ScopedFileDescriptor(ends[1]));
     }
 
     // Tells the peer of an object, as an argument of a call.
@@ -159,7 +159,7 @@ void append(Bytes& bytes, const auto& value) {
 // A frame that holds together, but for what the input says about its objects and ids. `known` is an id that the peer
 // was given.
 Bytes frameOf(FuzzedDataProvider& input, uint32_t known, size_t& descriptors) {
-    FrameHeader header{.type = FrameType(input.ConsumeIntegralInRange<uint32_t>(1, 5))};
+    FrameHeader header{.type = FrameType(input.ConsumeIntegralInRange<uint32_t>(1, 4))};
     header.sequence = input.ConsumeIntegralInRange<uint64_t>(0, 3);
     header.target = input.ConsumeBool() ? known : input.ConsumeIntegralInRange<uint32_t>(0, 4);
     header.code = input.ConsumeIntegralInRange<uint32_t>(0, 4);
@@ -245,8 +245,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace fuzz;
     static const bool started = [] {
         __android_log_set_logger([](const __android_log_message*) {});
-        // The reading thread of the platform has a descriptor of its own, from its first use on.
-        standin::wakeReader();
         return true;
     }();
     static size_t inputs = 0, before = 0;

@@ -1,4 +1,3 @@
-#include "Death.h"
 
 #include <android/binder_ibinder.h>
 #include <android/log.h>
@@ -40,15 +39,12 @@ struct Registry {
     std::mutex lock;
     Links links;
 };
-Registry& registry() {
-    static auto* const all = new Registry;
-    return *all;
-}
+Registry& registry = *new Registry;  // pool threads use it while static destructors run
 
 // They leave the registry, and end with the answer.
 Links take(auto matches) {
-    const std::lock_guard lock(registry().lock);
-    Links& links = registry().links;
+    const std::lock_guard lock(registry.lock);
+    Links& links = registry.links;
     const auto rest =
         std::stable_partition(links.begin(), links.end(), [&](const auto& each) { return !matches(each); });
     Links taken(std::make_move_iterator(rest), std::make_move_iterator(links.end()));
@@ -58,8 +54,8 @@ Links take(auto matches) {
 
 void deliver(const std::shared_ptr<Link>& link) {
     {
-        const std::lock_guard lock(registry().lock);
-        const Links& links = registry().links;
+        const std::lock_guard lock(registry.lock);
+        const Links& links = registry.links;
         if (link->delivering || std::find(links.begin(), links.end(), link) == links.end()) return;
         link->delivering = true;
         link->binder->deathTold = true;
@@ -76,43 +72,17 @@ void postDelivery(const std::shared_ptr<Link>& link) {
 }
 
 Links::iterator find(const AIBinder* binder, const AIBinder_DeathRecipient* recipient, const void* cookie) {
-    Links& links = registry().links;
+    Links& links = registry.links;
     return std::find_if(links.begin(), links.end(), [&](const auto& link) {
         return link->binder == binder && link->recipient == recipient && link->cookie == cookie;
     });
 }
 
-binder_status_t link(const RemoteBinder* binder, const AIBinder_DeathRecipient* recipient, void* cookie) {
-    std::shared_ptr<Link> made;  // ends after the lock
-    const std::lock_guard lock(registry().lock);
-    if (find(binder, recipient, cookie) != registry().links.end()) return STATUS_OK;
-    made.reset(new Link{binder, recipient, cookie, recipient->onDied, recipient->onUnlinked});
-    if (const auto fault = standin::fault("linkToDeath")) return *fault;
-    if (binder == nullptr) return STATUS_INVALID_OPERATION;
-    if (binder->deathTold) return STATUS_DEAD_OBJECT;
-    registry().links.push_back(made);
-    // The peer may be gone already, and nobody was told. A connection closes first and asks for the lock then, so one
-    // of the two sees the other; where both do, the second delivery finds nothing.
-    if (!binder->connection->isOpen()) postDelivery(made);
-    return STATUS_OK;
-}
-
-binder_status_t unlink(const AIBinder* binder, const AIBinder_DeathRecipient* recipient, const void* cookie) {
-    std::shared_ptr<Link> taken;  // ends after the lock
-    const std::lock_guard lock(registry().lock);
-    const auto found = find(binder, recipient, cookie);
-    if (found == registry().links.end()) return STATUS_NAME_NOT_FOUND;
-    if ((*found)->delivering) return STATUS_DEAD_OBJECT;
-    taken = std::move(*found);
-    registry().links.erase(found);
-    return STATUS_OK;
-}
-
 }  // namespace
 
 void announceDeath(const Connection& connection) {
-    const std::lock_guard lock(registry().lock);
-    for (const auto& link : registry().links) {
+    const std::lock_guard lock(registry.lock);
+    for (const auto& link : registry.links) {
         if (link->binder->connection.get() == &connection) postDelivery(link);
     }
 }
@@ -122,24 +92,43 @@ void unlinkAll(const RemoteBinder& binder) {
 
 }  // namespace standin
 
+using namespace standin;
+
 binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
     if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     if (cookie != nullptr && recipient->onUnlinked == nullptr) {
-        __android_log_print(ANDROID_LOG_WARN, standin::kLogTag,
-                            "linkToDeath: non-null cookie and no onUnlink callback set");
+        __android_log_print(ANDROID_LOG_WARN, kLogTag, "linkToDeath: non-null cookie and no onUnlink callback set");
     }
-    return standin::link(binder->asRemote(), recipient, cookie);
+    std::shared_ptr<Link> link;  // refused, it ends after the lock
+    const std::lock_guard lock(registry.lock);
+    if (find(binder, recipient, cookie) != registry.links.end()) return STATUS_OK;
+    const RemoteBinder* remote = binder->asRemote();
+    link.reset(new Link{remote, recipient, cookie, recipient->onDied, recipient->onUnlinked});
+    if (const auto fault = standin::fault("linkToDeath")) return *fault;
+    if (remote == nullptr) return STATUS_INVALID_OPERATION;
+    if (remote->deathTold) return STATUS_DEAD_OBJECT;
+    registry.links.push_back(link);
+    // The peer may be gone already, and nobody was told. A connection closes first and asks for the lock then, so one
+    // of the two sees the other; where both do, the second delivery finds nothing.
+    if (!remote->connection->isOpen()) postDelivery(link);
+    return STATUS_OK;
 }
 
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
     if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     if (const auto fault = standin::fault("unlinkToDeath")) return *fault;
     if (binder->asRemote() == nullptr) return STATUS_INVALID_OPERATION;
-    const binder_status_t status = standin::unlink(binder, recipient, cookie);
-    if (status == STATUS_DEAD_OBJECT) {
-        __android_log_print(ANDROID_LOG_ERROR, standin::kLogTag, "unlinkToDeath: unlink failed: DEAD_OBJECT");
+    std::shared_ptr<Link> taken;  // ends after the lock
+    const std::lock_guard lock(registry.lock);
+    const auto found = find(binder, recipient, cookie);
+    if (found == registry.links.end()) return STATUS_NAME_NOT_FOUND;
+    if ((*found)->delivering) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "unlinkToDeath: unlink failed: DEAD_OBJECT");
+        return STATUS_DEAD_OBJECT;
     }
-    return status;
+    taken = std::move(*found);
+    registry.links.erase(found);
+    return STATUS_OK;
 }
 
 AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(AIBinder_DeathRecipient_onBinderDied onBinderDied) {
@@ -151,6 +140,6 @@ void AIBinder_DeathRecipient_setOnUnlinked(AIBinder_DeathRecipient* recipient,
 }
 void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
     if (recipient == nullptr) return;
-    standin::take([&](const auto& link) { return link->recipient == recipient; });
+    take([&](const auto& link) { return link->recipient == recipient; });
     delete recipient;
 }

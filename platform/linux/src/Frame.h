@@ -14,7 +14,6 @@ namespace standin {
 enum class FrameType : uint32_t {
     Transaction = 1,  // sequence: to be named by the reply; 0: one-way
     Reply,            // sequence, status
-    Acquire,          // target: "I have found this registered binder by its name"
     Release,          // target, sequence: "I no longer hold it, forget so many times that you gave it to me"
     Done,             // sequence: "so many bytes of one-way calls are worked off"
 };

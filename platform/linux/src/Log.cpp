@@ -22,14 +22,14 @@ std::string prefixOf(int32_t priority, const char* tag) {
     gettimeofday(&now, nullptr);
     tm local{};
     localtime_r(&now.tv_sec, &local);
+    char time[16] = {};
+    std::strftime(time, sizeof(time), "%m-%d %H:%M:%S", &local);
     const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
     char text[128];
-    std::snprintf(text, sizeof(text), "%02d-%02d %02d:%02d:%02d.%03ld %5d %5ld %c ", local.tm_mon + 1, local.tm_mday,
-                  local.tm_hour, local.tm_min, local.tm_sec, now.tv_usec / 1000, getpid(), syscall(SYS_gettid),
-                  known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?');
-    std::string padded = tag == nullptr ? "" : tag;
-    if (padded.size() < 8) padded.resize(8, ' ');
-    return text + padded + ": ";
+    std::snprintf(text, sizeof(text), "%s.%03ld %5d %5ld %c %-8s: ", time, now.tv_usec / 1000, getpid(),
+                  syscall(SYS_gettid), known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?',
+                  tag == nullptr ? "" : tag);
+    return text;
 }
 
 }  // namespace

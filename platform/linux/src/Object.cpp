@@ -2,17 +2,14 @@
 
 #include <android/binder_stability.h>
 #include <android/log.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <deque>
 #include <utility>
 #include <vector>
 
-#include "Death.h"
 #include "Faults.h"
 #include "Parcel.h"
-#include "Status.h"
 #include "Transport.h"
 
 struct AIBinder_Weak {
@@ -20,8 +17,6 @@ struct AIBinder_Weak {
 };
 
 namespace {
-
-thread_local const standin::CallingScope* currentCall = nullptr;
 
 binder_status_t dumpTo(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
     const AIBinder_onDump handler = binder->clazz.load()->onDump;
@@ -38,8 +33,9 @@ binder_status_t readAndDump(AIBinder* binder, const AParcel& in) {
     std::deque<std::string> texts;
     std::vector<const char*> args;
     while (args.size() < count) {
-        if (!parcel.readString(texts.emplace_back())) return STATUS_UNEXPECTED_NULL;
-        args.push_back(texts.back().c_str());
+        const auto text = parcel.readString();
+        if (!text) return STATUS_UNEXPECTED_NULL;
+        args.push_back(texts.emplace_back(*text).c_str());
     }
     return dumpTo(binder, fd.get(), args.data(), count);
 }
@@ -48,24 +44,15 @@ binder_status_t readAndDump(AIBinder* binder, const AParcel& in) {
 
 namespace standin {
 
-CallingScope::CallingScope(uid_t itsUid, pid_t itsPid) : uid(itsUid), pid(itsPid), outer(currentCall) {
-    currentCall = this;
-}
-CallingScope::~CallingScope() { currentCall = outer; }
-
 void LocalBinder::end() { clazz.load()->onDestroy(userData); }
 
 binder_status_t LocalBinder::transact(transaction_code_t code, AParcel& in, AParcel& out, binder_flags_t) {
     const AIBinder_Class* const mine = clazz;
     in.content->position = 0;
-    switch (code) {
-        case kDump: return readAndDump(this, in);
-        case kDescriptor:
-            return out.content->writeString(mine->descriptor.data(), static_cast<int32_t>(mine->descriptor.size()));
-        default: break;
-    }
+    if (code == kDump) return readAndDump(this, in);
+    if (code == kDescriptor) return out.content->writeString(mine->descriptor);
     if (!isUserCode(code)) return STATUS_UNKNOWN_TRANSACTION;
-    if (!in.content->checkToken(mine->descriptor.c_str())) return STATUS_BAD_TYPE;
+    if (!in.content->checkToken(mine->descriptor)) return STATUS_BAD_TYPE;
     return mine->onTransact(this, code, &in, &out);
 }
 
@@ -114,9 +101,8 @@ AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args) {
 
 bool AIBinder_isRemote(const AIBinder* binder) { return binder != nullptr && binder->asRemote() != nullptr; }
 bool AIBinder_isAlive(const AIBinder* binder) {
-    if (binder == nullptr) return false;
-    const standin::RemoteBinder* remote = binder->asRemote();
-    return remote == nullptr || remote->alive;
+    const standin::RemoteBinder* remote = binder == nullptr ? nullptr : binder->asRemote();
+    return binder != nullptr && (remote == nullptr || remote->alive);
 }
 
 binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
@@ -124,18 +110,11 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
     if (binder->asLocal() != nullptr) return dumpTo(binder, fd, args, numArgs);
     AParcel in;
     AParcel out;
-    ndk::ScopedFileDescriptor copy(standin::duplicateHigh(fd));
-    if (copy.get() < 0) return STATUS_UNKNOWN_ERROR;
-    binder_status_t status = in.content->writeDescriptor(std::move(copy));
+    binder_status_t status = in.content->writeDescriptor(fd);
     if (status == STATUS_OK) status = in.content->write(numArgs);
-    for (uint32_t i = 0; i < numArgs && status == STATUS_OK; ++i) {
-        status = in.content->writeString(args[i], static_cast<int32_t>(std::strlen(args[i])));
-    }
+    for (uint32_t i = 0; i < numArgs && status == STATUS_OK; ++i) status = in.content->writeString(args[i]);
     return status == STATUS_OK ? standin::knownStatus(binder->transact(standin::kDump, in, out, 0)) : status;
 }
-
-uid_t AIBinder_getCallingUid() { return currentCall == nullptr ? getuid() : currentCall->uid; }
-pid_t AIBinder_getCallingPid() { return currentCall == nullptr ? getpid() : currentCall->pid; }
 
 void AIBinder_incStrong(AIBinder* binder) {
     if (binder != nullptr) ++binder->strong;
@@ -154,10 +133,9 @@ bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {
     if (current == nullptr) {
         AParcel in;
         AParcel out;
-        std::string descriptor;
         if (binder->transact(standin::kDescriptor, in, out, 0) != STATUS_OK) return false;
         out.content->position = 0;
-        if (!out.content->readString(descriptor) || descriptor != clazz->descriptor) return false;
+        if (out.content->readString() != clazz->descriptor) return false;
         // Another thread may have been first.
         if (binder->clazz.compare_exchange_strong(current, clazz)) return true;
     }
@@ -183,7 +161,7 @@ binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
     }
     AIBinder_incStrong(binder);
     *in = new AParcel{.binder = ndk::SpAIBinder(binder)};
-    return (*in)->content->writeToken(clazz->descriptor.c_str());
+    return (*in)->content->writeToken(clazz->descriptor);
 }
 
 binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in, AParcel** out,
@@ -192,8 +170,7 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
     if (in == nullptr) return STATUS_UNEXPECTED_NULL;
     const std::unique_ptr<AParcel> sent(std::exchange(*in, nullptr));
     if (!standin::isUserCode(code)) return STATUS_UNKNOWN_TRANSACTION;
-    constexpr binder_flags_t kClearBuffer = 0x20;
-    constexpr binder_flags_t kKnownFlags = binder_flags_t{FLAG_ONEWAY} | kClearBuffer | FLAG_PRIVATE_VENDOR;
+    constexpr binder_flags_t kKnownFlags = binder_flags_t{FLAG_ONEWAY} | 0x20 /* clear buffer */ | FLAG_PRIVATE_VENDOR;
     if ((flags & ~kKnownFlags) != 0) return STATUS_BAD_VALUE;
     if (binder == nullptr || sent == nullptr || out == nullptr) return STATUS_UNEXPECTED_NULL;
     if (sent->binder.get() != binder) return STATUS_BAD_VALUE;

@@ -26,21 +26,12 @@ enum MetaTransaction : transaction_code_t {
 constexpr int32_t kSystemStability = 0x0c;
 constexpr int32_t kVintfStability = 0x3f;
 
+// What a status is passed on as: any that no list has becomes STATUS_UNKNOWN_ERROR.
+binder_status_t knownStatus(binder_status_t status);
+
 inline bool isUserCode(transaction_code_t code) {
     return code >= FIRST_CALL_TRANSACTION && code <= LAST_CALL_TRANSACTION;
 }
-
-// Who the thread works for, for the length of a handler.
-struct CallingScope {
-    const uid_t uid;
-    const pid_t pid;
-    const CallingScope* const outer;
-
-    CallingScope(uid_t itsUid, pid_t itsPid);
-    ~CallingScope();
-    CallingScope(const CallingScope&) = delete;
-    CallingScope& operator=(const CallingScope&) = delete;
-};
 
 }  // namespace standin
 
@@ -90,10 +81,10 @@ struct LocalBinder final : AIBinder {
 // One object for each binder of a peer, as long as anybody holds it.
 struct RemoteBinder final : AIBinder {
     const std::shared_ptr<Connection> connection;
-    const uint32_t id;                      // the peer's
-    uint64_t received = 1;                  // how often the peer has given it away to us; guarded by the connection
-    mutable std::atomic<bool> alive{true};  // until a call or a link has shown the contrary
-    mutable bool deathTold = false;         // to anybody who was linked; guarded by the links
+    const uint32_t id;                          // the peer's
+    mutable std::atomic<uint64_t> received{0};  // how often it came in a parcel of the peer's
+    mutable std::atomic<bool> alive{true};      // until a call or a link has shown the contrary
+    mutable bool deathTold = false;             // to anybody who was linked; guarded by the links
 
     RemoteBinder(std::shared_ptr<Connection> itsConnection, uint32_t itsId, int32_t itsStability)
         : AIBinder(nullptr, itsStability), connection(std::move(itsConnection)), id(itsId) {}
@@ -101,5 +92,10 @@ struct RemoteBinder final : AIBinder {
     void end() override;
     binder_status_t transact(transaction_code_t code, AParcel& in, AParcel& out, binder_flags_t flags) override;
 };
+
+// The connection is closed for good: everybody who is linked to a binder behind it is told, on the pool.
+void announceDeath(const Connection& connection);
+// The proxy ends: its links end without a word.
+void unlinkAll(const RemoteBinder& binder);
 
 }  // namespace standin

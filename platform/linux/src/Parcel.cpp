@@ -1,6 +1,7 @@
 #include "Parcel.h"
 
 #include <android/binder_parcel.h>
+#include <android/binder_parcel_jni.h>
 #include <fcntl.h>
 
 #include <algorithm>
@@ -19,8 +20,8 @@ constexpr uint32_t kDescriptorType = 0x66642a85;  // "fd*\x85"
 constexpr uint32_t kPriorityFlags = 0x13;
 constexpr uint32_t kAcceptsDescriptors = 0x100;
 
-constexpr int32_t kStrictMode = std::numeric_limits<int32_t>::min();
-constexpr int32_t kNoWorkSource = -1;
+constexpr uint32_t kStrictMode = 0x80000000;
+constexpr uint32_t kNoWorkSource = 0xffffffff;
 constexpr uint32_t kTokenWord = 0x53595354;  // the letters "SYST", lowest last
 
 constexpr size_t padded(size_t length) { return (length + 3) & ~size_t{3}; }
@@ -37,61 +38,45 @@ FlatObject flatten(const Object& object) {
 }
 
 // The platform trusts the first byte of a sequence for its length and masks the others, so any bytes give some text.
-size_t sequenceLength(uint8_t lead) { return lead < 0xc0 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4; }
-
-uint32_t codePoint(const uint8_t* sequence, size_t length) {
+// False: the last sequence is cut short.
+bool toUtf16(std::string_view text, std::u16string& units) {
     constexpr uint8_t kLeadBits[] = {0xff, 0x1f, 0x0f, 0x07};
-    uint32_t value = sequence[0] & kLeadBits[length - 1];
-    for (size_t i = 1; i < length; ++i) value = value << 6 | (sequence[i] & 0x3f);
-    return value;
-}
-
-// Calls emit(unit) for each UTF-16 unit; false if the last sequence is cut short.
-template <typename Emit>
-bool eachUnit(const uint8_t* text, size_t length, Emit emit) {
-    for (size_t i = 0; i < length;) {
-        const size_t sequence = sequenceLength(text[i]);
-        if (sequence > length - i) return false;
-        const uint32_t value = codePoint(text + i, sequence);
+    for (size_t i = 0; i < text.size();) {
+        const auto lead = static_cast<uint8_t>(text[i]);
+        const size_t length = lead < 0xc0 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+        if (length > text.size() - i) return false;
+        uint32_t value = lead & kLeadBits[length - 1];
+        for (const size_t end = i++ + length; i < end; ++i) value = value << 6 | (static_cast<uint8_t>(text[i]) & 0x3f);
         if (value > 0xffff) {
-            emit(static_cast<uint16_t>(((value - 0x10000) >> 10) + 0xd800));
-            emit(static_cast<uint16_t>(((value - 0x10000) & 0x3ff) + 0xdc00));
-        } else {
-            emit(static_cast<uint16_t>(value));
+            units += static_cast<char16_t>(((value - 0x10000) >> 10) + 0xd800);
+            value = ((value - 0x10000) & 0x3ff) + 0xdc00;
         }
-        i += sequence;
+        units += static_cast<char16_t>(value);
     }
     return true;
 }
 
-uint16_t unitAt(const uint8_t* units, size_t index) {
-    return static_cast<uint16_t>(units[2 * index] | units[2 * index + 1] << 8);
-}
-
-// Calls emit(byte) for each byte of UTF-8; surrogates without a partner are left out.
-template <typename Emit>
-void eachByte(const uint8_t* units, size_t count, Emit emit) {
-    const auto tail = [&](uint32_t value, int shift) { emit(static_cast<char>(0x80 | (value >> shift & 0x3f))); };
-    for (size_t i = 0; i < count; ++i) {
-        uint32_t value = unitAt(units, i);
-        const bool paired = (value & 0xfc00) == 0xd800 && i + 1 < count && (unitAt(units, i + 1) & 0xfc00) == 0xdc00;
-        if (paired) {
-            value = 0x10000 + ((value & 0x3ff) << 10) + (unitAt(units, ++i) & 0x3ffu);
-            emit(static_cast<char>(0xf0 | value >> 18));
-            tail(value, 12);
-            tail(value, 6);
-            tail(value, 0);
-        } else if (value < 0x80) {
-            emit(static_cast<char>(value));
-        } else if (value < 0x800) {
-            emit(static_cast<char>(0xc0 | value >> 6));
-            tail(value, 0);
-        } else if ((value & 0xf800) != 0xd800) {
-            emit(static_cast<char>(0xe0 | value >> 12));
-            tail(value, 6);
-            tail(value, 0);
+// Surrogates without a partner are left out.
+std::string toUtf8(const std::u16string& units) {
+    std::string text;
+    // The lead byte, then six bits in each of so many more.
+    const auto put = [&](uint32_t lead, uint32_t value, int more) {
+        text += static_cast<char>(lead | value >> 6 * more);
+        while (more-- > 0) text += static_cast<char>(0x80 | (value >> 6 * more & 0x3f));
+    };
+    for (size_t i = 0; i < units.size(); ++i) {
+        const uint32_t unit = units[i];
+        if (unit < 0x80) {
+            put(0, unit, 0);
+        } else if (unit < 0x800) {
+            put(0xc0, unit, 1);
+        } else if ((unit & 0xf800) != 0xd800) {
+            put(0xe0, unit, 2);
+        } else if ((unit & 0xfc00) == 0xd800 && (units[i + 1] & 0xfc00) == 0xdc00) {  // at the end there is a 0
+            put(0xf0, 0x10000 + ((unit & 0x3ff) << 10) + (units[++i] & 0x3ffu), 3);
         }
     }
+    return text;
 }
 
 }  // namespace
@@ -113,9 +98,8 @@ uint8_t* Parcel::grow(size_t length) {
     if (length > kMaxSize || position > kMaxSize - padded(length)) return nullptr;
     const size_t end = position + padded(length);
     // What is written over is gone, objects too.
-    std::erase_if(objects, [&](const Object& object) {
-        return object.offset < end && position < object.offset + sizeof(FlatObject);
-    });
+    const size_t reach = sizeof(FlatObject) - 1;
+    objects.erase(objects.lower_bound(position < reach ? 0 : position - reach), objects.lower_bound(end));
     if (bytes.size() < end) bytes.resize(end);
     uint8_t* room = bytes.data() + position;
     std::memset(room + length, 0, padded(length) - length);
@@ -130,70 +114,44 @@ const uint8_t* Parcel::take(size_t length) {
     return data;
 }
 
-binder_status_t Parcel::writeString(const char* string, int32_t length) {
-    if (string == nullptr) return length == -1 ? write(int32_t{-1}) : STATUS_BAD_VALUE;
-    if (length < 0) return STATUS_BAD_VALUE;
-    const auto* text = reinterpret_cast<const uint8_t*>(string);
-    const auto size = static_cast<size_t>(length);
-    size_t count = 0;
-    if (!eachUnit(text, size, [&](uint16_t) { ++count; })) return STATUS_BAD_VALUE;
-    uint8_t* room = grow(sizeof(int32_t) + (count + 1) * 2);
+binder_status_t Parcel::writeString(std::string_view string) {
+    std::u16string units;
+    if (!toUtf16(string, units)) return STATUS_BAD_VALUE;
+    const size_t size = (units.size() + 1) * sizeof(char16_t);
+    uint8_t* room = grow(sizeof(int32_t) + size);
     if (room == nullptr) return STATUS_NO_MEMORY;
-    const auto units = static_cast<int32_t>(count);
-    std::memcpy(room, &units, sizeof(units));
-    room += sizeof(units);
-    const auto put = [&](uint16_t unit) {
-        std::memcpy(room, &unit, sizeof(unit));
-        room += sizeof(unit);
-    };
-    eachUnit(text, size, put);
-    put(0);
+    const auto count = static_cast<int32_t>(units.size());
+    std::memcpy(room, &count, sizeof(count));
+    std::memcpy(room + sizeof(count), units.c_str(), size);
     return STATUS_OK;
 }
 
-binder_status_t Parcel::readString(void* target, AParcel_stringAllocator allocator) {
+std::optional<std::string> Parcel::readString() {
     int32_t count = 0;
-    const uint8_t* units = nullptr;
     // A count that is not there counts as 0, and then the terminator is missing too.
     (void)read(&count);
-    if (count >= 0) units = take((static_cast<size_t>(count) + 1) * 2);
-    if (units == nullptr || unitAt(units, static_cast<size_t>(count)) != 0) {
-        return allocator(target, -1, nullptr) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
-    }
-    const auto length = static_cast<size_t>(count);
-    size_t size = 1;
-    eachByte(units, length, [&](char) { ++size; });
-    if (size > kMaxSize) return STATUS_BAD_VALUE;
-    char* out = nullptr;
-    if (!allocator(target, static_cast<int32_t>(size), &out) || out == nullptr) return STATUS_NO_MEMORY;
-    eachByte(units, length, [&](char byte) { *out++ = byte; });
-    *out = '\0';
-    return STATUS_OK;
+    const size_t size = (static_cast<size_t>(count) + 1) * sizeof(char16_t);
+    const uint8_t* data = count < 0 ? nullptr : take(size);
+    if (data == nullptr) return std::nullopt;
+    std::u16string units(static_cast<size_t>(count) + 1, u'\0');
+    std::memcpy(units.data(), data, size);
+    if (units.back() != 0) return std::nullopt;
+    units.pop_back();
+    return toUtf8(units);
 }
 
-bool Parcel::readString(std::string& string) {
-    const auto allocate = [](void* target, int32_t length, char** buffer) {
-        if (length < 0) return false;
-        auto& text = *static_cast<std::string*>(target);
-        text.resize(static_cast<size_t>(length) - 1);
-        *buffer = text.data();
-        return true;
-    };
-    return readString(&string, allocate) == STATUS_OK;
-}
-
-void Parcel::place(Object object) {
+void Parcel::place(size_t offset, Object object) {
     const FlatObject flat = flatten(object);
-    std::memcpy(bytes.data() + object.offset, &flat, sizeof(flat));
+    std::memcpy(bytes.data() + offset, &flat, sizeof(flat));
     // Null is only its bytes.
-    if (object.binder.get() != nullptr || object.descriptor.get() >= 0) objects.push_back(std::move(object));
+    if (object.binder.get() != nullptr || object.descriptor.get() >= 0) objects[offset] = std::move(object);
 }
 
 binder_status_t Parcel::writeBinder(AIBinder* binder) {
     const size_t start = position;
     if (grow(sizeof(FlatObject) + sizeof(int32_t)) == nullptr) return STATUS_NO_MEMORY;
     AIBinder_incStrong(binder);
-    place({start, ndk::SpAIBinder(binder), {}});
+    place(start, {ndk::SpAIBinder(binder), {}});
     const int32_t stability = binder == nullptr ? 0 : binder->stability.load();
     std::memcpy(bytes.data() + start + sizeof(FlatObject), &stability, sizeof(stability));
     return STATUS_OK;
@@ -205,8 +163,8 @@ const Object* Parcel::takeObject(uint32_t type, bool& isNull) {
     FlatObject flat;
     if (read(&flat) != STATUS_OK) return nullptr;
     isNull = flat.type == type && flat.handle == 0 && flat.cookie == 0;
-    const auto found = std::find_if(objects.begin(), objects.end(), [&](const Object& o) { return o.offset == start; });
-    return found == objects.end() ? nullptr : &*found;
+    const auto found = objects.find(start);
+    return found == objects.end() ? nullptr : &found->second;
 }
 
 binder_status_t Parcel::readBinder(AIBinder** binder) {
@@ -221,10 +179,12 @@ binder_status_t Parcel::readBinder(AIBinder** binder) {
     return STATUS_OK;
 }
 
-binder_status_t Parcel::writeDescriptor(ndk::ScopedFileDescriptor descriptor) {
+binder_status_t Parcel::writeDescriptor(int fd) {
+    ndk::ScopedFileDescriptor copy(duplicateHigh(fd));
+    if (copy.get() < 0) return STATUS_UNKNOWN_ERROR;
     const size_t start = position;
     if (grow(sizeof(FlatObject)) == nullptr) return STATUS_NO_MEMORY;
-    place({start, nullptr, std::move(descriptor)});
+    place(start, {nullptr, std::move(copy)});
     return STATUS_OK;
 }
 
@@ -238,20 +198,16 @@ binder_status_t Parcel::readDescriptor(int* fd) {
     return STATUS_OK;
 }
 
-binder_status_t Parcel::writeToken(const char* descriptor) {
-    binder_status_t status = write(kStrictMode);
-    if (status == STATUS_OK) status = write(kNoWorkSource);
-    if (status == STATUS_OK) status = write(kTokenWord);
-    if (status == STATUS_OK) status = writeString(descriptor, static_cast<int32_t>(std::strlen(descriptor)));
-    return status;
+binder_status_t Parcel::writeToken(const std::string& descriptor) {
+    for (const uint32_t word : {kStrictMode, kNoWorkSource, kTokenWord}) {
+        if (const binder_status_t status = write(word); status != STATUS_OK) return status;
+    }
+    return writeString(descriptor);
 }
 
-bool Parcel::checkToken(const char* descriptor) {
-    int32_t ignored = 0;
-    uint32_t word = 0;
-    std::string name;
-    return read(&ignored) == STATUS_OK && read(&ignored) == STATUS_OK && read(&word) == STATUS_OK &&
-           word == kTokenWord && readString(name) && name == descriptor;
+bool Parcel::checkToken(const std::string& descriptor) {
+    uint32_t words[3] = {};  // policy and work source may be anything
+    return read(&words) == STATUS_OK && words[2] == kTokenWord && readString() == descriptor;
 }
 
 }  // namespace standin
@@ -326,21 +282,26 @@ binder_status_t AParcel_readBool(const AParcel* parcel, bool* value) {
 }
 
 binder_status_t AParcel_writeString(AParcel* parcel, const char* string, int32_t length) {
-    return content(parcel).writeString(string, length);
+    if (string == nullptr && length == -1) return content(parcel).write(length);
+    if (string == nullptr || length < 0) return STATUS_BAD_VALUE;
+    return content(parcel).writeString({string, static_cast<size_t>(length)});
 }
 binder_status_t AParcel_readString(const AParcel* parcel, void* stringData, AParcel_stringAllocator allocator) {
-    return content(parcel).readString(stringData, allocator);
+    const std::optional<std::string> text = content(parcel).readString();
+    if (!text) return allocator(stringData, -1, nullptr) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
+    const size_t size = text->size() + 1;
+    if (size > standin::kMaxSize) return STATUS_BAD_VALUE;
+    char* out = nullptr;
+    if (!allocator(stringData, static_cast<int32_t>(size), &out) || out == nullptr) return STATUS_NO_MEMORY;
+    std::memcpy(out, text->c_str(), size);
+    return STATUS_OK;
 }
 
 binder_status_t AParcel_writeByteArray(AParcel* parcel, const int8_t* arrayData, int32_t length) {
-    const size_t start = content(parcel).position;
     const binder_status_t status = writeCount(parcel, arrayData == nullptr, length);
     if (status != STATUS_OK || length <= 0) return status;
     uint8_t* room = content(parcel).grow(static_cast<size_t>(length));
-    if (room == nullptr) {
-        content(parcel).position = start;
-        return STATUS_NO_MEMORY;
-    }
+    if (room == nullptr) return STATUS_NO_MEMORY;
     std::memcpy(room, arrayData, static_cast<size_t>(length));
     return STATUS_OK;
 }
@@ -351,9 +312,8 @@ binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData, AP
     if (status != STATUS_OK) return status;
     int8_t* buffer = nullptr;
     if (length == -1) return allocator(arrayData, -1, nullptr) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
-    if (!allocator(arrayData, length, &buffer)) return STATUS_NO_MEMORY;
+    if (!allocator(arrayData, length, &buffer) || (buffer == nullptr && length > 0)) return STATUS_NO_MEMORY;
     if (length == 0) return STATUS_OK;
-    if (buffer == nullptr) return STATUS_NO_MEMORY;
     const uint8_t* data = content(parcel).take(static_cast<size_t>(length));
     if (data == nullptr) return STATUS_NOT_ENOUGH_DATA;
     std::memcpy(buffer, data, static_cast<size_t>(length));
@@ -394,22 +354,31 @@ binder_status_t AParcel_readStrongBinder(const AParcel* parcel, AIBinder** binde
 // A parcelable of its own on the device: a mark, the absence of a second (communication) descriptor, the descriptor.
 binder_status_t AParcel_writeParcelFileDescriptor(AParcel* parcel, int fd) {
     if (fd < -1) return STATUS_UNKNOWN_ERROR;
-    if (fd == -1) return content(parcel).write(int32_t{0});
-    binder_status_t status = content(parcel).write(int32_t{1});
-    ndk::ScopedFileDescriptor copy(standin::duplicateHigh(fd));
-    if (copy.get() < 0) return STATUS_UNKNOWN_ERROR;
-    if (status == STATUS_OK) status = content(parcel).write(int32_t{0});
-    return status == STATUS_OK ? content(parcel).writeDescriptor(std::move(copy)) : status;
+    binder_status_t status = content(parcel).write(int32_t{fd != -1});
+    if (status != STATUS_OK || fd == -1) return status;
+    if (fcntl(fd, F_GETFD) < 0) return STATUS_UNKNOWN_ERROR;
+    status = content(parcel).write(int32_t{0});
+    return status == STATUS_OK ? content(parcel).writeDescriptor(fd) : status;
 }
 
 binder_status_t AParcel_readParcelFileDescriptor(const AParcel* parcel, int* fd) {
     int32_t mark = 0;
     binder_status_t status = content(parcel).read(&mark);
-    if (status != STATUS_OK) return status;
-    if (mark == 0) {
-        *fd = -1;
-        return STATUS_OK;
-    }
+    if (status == STATUS_OK && mark == 0) *fd = -1;
+    if (status != STATUS_OK || mark == 0) return status;
     status = content(parcel).read(&mark);
     return status == STATUS_OK ? content(parcel).readDescriptor(fd) : status;
+}
+
+AParcel* AParcel_fromJavaParcel(JNIEnv* env, jobject parcel) {
+    if (parcel == nullptr) return nullptr;
+    jclass javaClass = env->GetObjectClass(parcel);
+    jfieldID field = env->GetFieldID(javaClass, "mNativePtr", "J");
+    env->DeleteLocalRef(javaClass);
+    if (field == nullptr) return nullptr;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): Java keeps the pointer in a long.
+    const auto* behind = reinterpret_cast<const AParcel*>(env->GetLongField(parcel, field));
+    if (behind != nullptr) return new AParcel{behind->content, nullptr};
+    env->ThrowNew(env->FindClass("java/lang/IllegalStateException"), "The parcel has been recycled");
+    return nullptr;
 }

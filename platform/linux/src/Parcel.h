@@ -6,8 +6,11 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Frame.h"
@@ -25,7 +28,6 @@ static_assert(sizeof(FlatObject) == kObjectSize);
 
 // The reference behind a FlatObject: a binder or a descriptor.
 struct Object {
-    size_t offset;
     ndk::SpAIBinder binder;
     ndk::ScopedFileDescriptor descriptor;
 };
@@ -33,8 +35,8 @@ struct Object {
 class Parcel {
   public:
     std::vector<uint8_t> bytes;
-    std::vector<Object> objects;  // in the order of writing; they never overlap
-    size_t position = 0;          // may be past the end
+    std::map<size_t, Object> objects;  // by their offset; they never overlap
+    size_t position = 0;               // may be past the end
 
     size_t size() const { return bytes.size() > position ? bytes.size() : position; }
     size_t left() const { return bytes.size() > position ? bytes.size() - position : 0; }
@@ -60,25 +62,24 @@ class Parcel {
         return STATUS_OK;
     }
 
-    binder_status_t writeString(const char* string, int32_t length);
-    binder_status_t readString(void* target, AParcel_stringAllocator allocator);
-    // False for null and for a string that is cut short.
-    bool readString(std::string& string);
+    binder_status_t writeString(std::string_view string);
+    // Nothing for null and for a string that is cut short.
+    std::optional<std::string> readString();
 
     binder_status_t writeBinder(AIBinder* binder);
     // With a reference for the caller; null is fine.
     binder_status_t readBinder(AIBinder** binder);
-    // Takes the descriptor.
-    binder_status_t writeDescriptor(ndk::ScopedFileDescriptor descriptor);
+    // A duplicate, which is the parcel's.
+    binder_status_t writeDescriptor(int fd);
     // A duplicate for the caller.
     binder_status_t readDescriptor(int* fd);
 
     // What a transaction begins with, and what its receiver checks before anything else.
-    binder_status_t writeToken(const char* descriptor);
-    bool checkToken(const char* descriptor);
+    binder_status_t writeToken(const std::string& descriptor);
+    bool checkToken(const std::string& descriptor);
 
-    // Puts an object into the bytes at its offset, which must be there, whatever they said before.
-    void place(Object object);
+    // Puts an object into the bytes at an offset, where they must be, whatever they said before.
+    void place(size_t offset, Object object);
 
   private:
     const Object* takeObject(uint32_t type, bool& isNull);

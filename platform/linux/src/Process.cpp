@@ -11,8 +11,7 @@
 namespace standin {
 namespace {
 
-// Beside the first, which comes with the start.
-constexpr size_t kMaxThreads = 15;
+constexpr size_t kMaxThreads = 16;
 
 class Pool {
   public:
@@ -50,28 +49,26 @@ class Pool {
         if (mStarted) return;
         mStarted = true;
         pthread_sigmask(SIG_SETMASK, nullptr, &mSignals);
-        spawn();
-        growIfNeeded();
+        grow();
     }
 
   private:
     void push(Work work) {
         mQueue.push_back(std::move(work));
         mWake.notify_one();
-        if (mStarted) growIfNeeded();
+        if (mStarted) grow();
     }
 
-    void growIfNeeded() {
-        for (; mQueue.size() > mIdle && mThreads < kMaxThreads; ++mThreads) spawn();
-    }
-
-    void spawn() {
+    void grow() {
+        if ((mThreads > 0 && mQueue.size() <= mIdle) || mThreads == kMaxThreads) return;
+        ++mThreads;
         ++mIdle;
         std::thread([this] {
             pthread_setname_np(pthread_self(), "binder:pool");
             pthread_sigmask(SIG_SETMASK, &mSignals, nullptr);  // the reading thread, which has none, may have made this
             run();
         }).detach();
+        grow();
     }
 
     // The thread counts as idle already.
@@ -94,7 +91,7 @@ class Pool {
     std::condition_variable mWake;
     std::deque<Work> mQueue;
     size_t mIdle = 0;
-    size_t mThreads = 0;  // made on demand
+    size_t mThreads = 0;  // one comes with the start, the others on demand
     bool mStarted = false;
     sigset_t mSignals{};  // the program's mask when it started the pool
 };

@@ -4,12 +4,13 @@
 #include <android/binder_manager.h>
 #include <android/log.h>
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
-#include <map>
 #include <thread>
 
 #include "Faults.h"
@@ -18,24 +19,17 @@
 namespace standin {
 namespace {
 
-// What this process has registered, for ever or until it registers another under the name.
-struct Registry {
+// What this process has registered, for ever: a peer that found a binder by its name holds nothing else of it.
+struct Registered {
     std::mutex lock;
-    std::map<std::string, ndk::SpAIBinder> binders;
-
-    static Registry& get() {
-        static Registry* const registry = new Registry;
-        return *registry;
-    }
+    std::vector<ndk::SpAIBinder> binders;
 };
+Registered& registered = *new Registered;  // pool threads may ask while static destructors run
 
 bool isValidName(const char* name) {
-    if (name == nullptr) return false;
-    const std::string_view text(name);
-    return !text.empty() && text.size() <= 127 && std::all_of(text.begin(), text.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
-               c == '-' || c == '/';
-    });
+    constexpr const char* kAllowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-/";
+    const std::string_view text(name == nullptr ? "" : name);
+    return !text.empty() && text.size() <= 127 && text.find_first_not_of(kAllowed) == text.npos;
 }
 
 std::string linkOf(const char* name) {
@@ -46,38 +40,64 @@ std::string linkOf(const char* name) {
 
 // A reference for the caller, or null.
 AIBinder* find(const char* name) {
-    if (folder() < 0) return nullptr;
     char text[64] = {};
-    if (readlinkat(folder(), linkOf(name).c_str(), text, sizeof(text) - 1) <= 0) return nullptr;
-    char socket[19] = {};
+    if (folder() < 0 || readlinkat(folder(), linkOf(name).c_str(), text, sizeof(text) - 1) <= 0) return nullptr;
+    char process[19] = {};
     uint32_t id = 0;
     int32_t stability = 0;
-    if (std::sscanf(text, "p-%16[0-9a-f] %u %d", socket, &id, &stability) != 3) return nullptr;
-    const std::string process = std::string("p-") + socket;
-    ndk::SpAIBinder binder;
+    if (std::sscanf(text, "%18[-p0-9a-f] %u %d", process, &id, &stability) != 3) return nullptr;
     // A process that registers nothing does not listen, and need not begin to only because it looks for others.
-    {
-        Registry& registry = Registry::get();
-        const std::lock_guard lock(registry.lock);
-        if (!registry.binders.empty() && process == listenAt()) {
-            const auto found = registry.binders.find(name);
-            if (found != registry.binders.end()) binder = found->second;
-        }
-    }
-    if (binder.get() == nullptr) {
+    ndk::SpAIBinder binder = registeredBinder(id);
+    if (binder.get() == nullptr || process != listenAt()) {
         const std::shared_ptr<Connection> connection = connectTo(process);
-        if (connection != nullptr) binder = connection->acquire(id, stability);
+        binder = connection == nullptr ? nullptr : connection->acquire(id, stability);
     }
     AIBinder_incStrong(binder.get());
     return binder.get();
 }
 
+// Counts the names that appear in the folder, for those who wait for one.
+class Lookout {
+  public:
+    static Lookout& get() {
+        static Lookout* const lookout = new Lookout;
+        return *lookout;
+    }
+
+    // Until the count is not what the caller has seen, which is then told; false: not within the time.
+    bool wait(uint64_t& seen, std::chrono::seconds time) {
+        std::unique_lock lock(mLock);
+        const bool changed = mChanged.wait_for(lock, time, [&] { return mCount != seen; });
+        seen = mCount;
+        return changed;
+    }
+
+  private:
+    // Where the user's watches are used up, nothing is read.
+    Lookout() {
+        const ndk::ScopedFileDescriptor low(inotify_init1(IN_CLOEXEC));
+        const int watch = duplicateHigh(low.get());
+        inotify_add_watch(watch, pathTo("").c_str(), IN_MOVED_TO);
+        startThread([this, watch] {
+            alignas(inotify_event) char events[4096];
+            while (read(watch, events, sizeof(events)) > 0) {
+                const std::lock_guard lock(mLock);
+                ++mCount;
+                mChanged.notify_all();
+            }
+        });
+    }
+
+    std::mutex mLock;
+    std::condition_variable mChanged;
+    uint64_t mCount = 0;
+};
+
 }  // namespace
 
 ndk::SpAIBinder registeredBinder(uint32_t id) {
-    Registry& registry = Registry::get();
-    const std::lock_guard lock(registry.lock);
-    for (const auto& [name, binder] : registry.binders) {
+    const std::lock_guard lock(registered.lock);
+    for (const ndk::SpAIBinder& binder : registered.binders) {
         if (binder.get()->asLocal()->id == id) return binder;
     }
     return nullptr;
@@ -91,13 +111,10 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
     const std::string& process = listenAt();
     if (process.empty()) return EX_ILLEGAL_STATE;
     const uint32_t id = idOf(*binder->asLocal());
-    AIBinder_incStrong(binder);
-    ndk::SpAIBinder held(binder);
-    {
-        // Before the name appears: whoever sees it finds the binder. The one before leaves outside the lock.
-        Registry& registry = Registry::get();
-        const std::lock_guard lock(registry.lock);
-        std::swap(registry.binders[instance], held);
+    if (registeredBinder(id).get() == nullptr) {  // before the name appears: whoever sees it finds the binder
+        AIBinder_incStrong(binder);
+        const std::lock_guard lock(registered.lock);
+        registered.binders.emplace_back(binder);
     }
     const std::string text = process + ' ' + std::to_string(id) + ' ' + std::to_string(binder->stability);
     const std::string temporary = "t-" + uniqueName();
@@ -113,19 +130,18 @@ AIBinder* AServiceManager_checkService(const char* instance) {
 }
 
 AIBinder* AServiceManager_waitForService(const char* instance) {
+    using namespace standin;
     constexpr std::chrono::seconds kStep(1);
-    if (!standin::isValidName(instance) || standin::fault("waitForService")) return nullptr;
-    if (standin::folder() < 0) {
+    if (!isValidName(instance) || fault("waitForService")) return nullptr;
+    if (folder() < 0) {
         // Nothing will ever come; a caller that asks again and again must not burn a processor.
         std::this_thread::sleep_for(kStep);
         return nullptr;
     }
-    for (;;) {
-        const uint64_t seen = standin::namesChanged();  // before the look, so that nothing falls between
-        if (AIBinder* binder = standin::find(instance)) return binder;
-        // The user's watches of folders may be used up: look again in any case.
-        if (!standin::waitForNames(seen, kStep)) {
-            __android_log_print(ANDROID_LOG_INFO, standin::kLogTag, "Waited one second for %s", instance);
+    for (uint64_t seen = UINT64_MAX;;) {  // the first wait is none; a name that appears after it ends the next
+        if (!Lookout::get().wait(seen, kStep)) {
+            __android_log_print(ANDROID_LOG_INFO, kLogTag, "Waited one second for %s", instance);
         }
+        if (AIBinder* binder = find(instance)) return binder;
     }
 }

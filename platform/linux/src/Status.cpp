@@ -1,59 +1,66 @@
-#include "Status.h"
-
 #include <android/binder_parcel.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
+#include <string>
 #include <utility>
 
+#include "Object.h"
 #include "Parcel.h"
+
+struct AStatus {
+    binder_exception_t exception = EX_NONE;
+    int32_t serviceSpecific = 0;         // with EX_SERVICE_SPECIFIC
+    binder_status_t status = STATUS_OK;  // with EX_TRANSACTION_FAILED
+    std::string message = {};
+};
 
 namespace {
 
-// Older writers may put a header before the exception; it is skipped.
+// Some writers put a header in the place of "no exception"; it is skipped.
 constexpr int32_t kHasReplyHeader = -128;
 
-constexpr std::pair<binder_status_t, const char*> kStatuses[] = {
-    {STATUS_OK, "OK"},
-    {STATUS_NO_MEMORY, "NO_MEMORY"},
-    {STATUS_INVALID_OPERATION, "INVALID_OPERATION"},
-    {STATUS_BAD_VALUE, "BAD_VALUE"},
-    {STATUS_BAD_TYPE, "BAD_TYPE"},
-    {STATUS_NAME_NOT_FOUND, "NAME_NOT_FOUND"},
-    {STATUS_PERMISSION_DENIED, "PERMISSION_DENIED"},
-    {STATUS_NO_INIT, "NO_INIT"},
-    {STATUS_ALREADY_EXISTS, "ALREADY_EXISTS"},
-    {STATUS_DEAD_OBJECT, "DEAD_OBJECT"},
-    {STATUS_FAILED_TRANSACTION, "FAILED_TRANSACTION"},
-    {STATUS_BAD_INDEX, "BAD_INDEX"},
-    {STATUS_NOT_ENOUGH_DATA, "NOT_ENOUGH_DATA"},
-    {STATUS_WOULD_BLOCK, "WOULD_BLOCK"},
-    {STATUS_TIMED_OUT, "TIMED_OUT"},
-    {STATUS_UNKNOWN_TRANSACTION, "UNKNOWN_TRANSACTION"},
-    {STATUS_FDS_NOT_ALLOWED, "FDS_NOT_ALLOWED"},
-    {STATUS_UNEXPECTED_NULL, "UNEXPECTED_NULL"},
-    {STATUS_UNKNOWN_ERROR, "UNKNOWN_ERROR"},
-};
+#define NAMED(status) std::pair<binder_status_t, const char*>(STATUS_##status, #status)
+constexpr std::array kStatuses = {NAMED(OK),
+                                  NAMED(NO_MEMORY),
+                                  NAMED(INVALID_OPERATION),
+                                  NAMED(BAD_VALUE),
+                                  NAMED(BAD_TYPE),
+                                  NAMED(NAME_NOT_FOUND),
+                                  NAMED(PERMISSION_DENIED),
+                                  NAMED(NO_INIT),
+                                  NAMED(ALREADY_EXISTS),
+                                  NAMED(DEAD_OBJECT),
+                                  NAMED(FAILED_TRANSACTION),
+                                  NAMED(BAD_INDEX),
+                                  NAMED(NOT_ENOUGH_DATA),
+                                  NAMED(WOULD_BLOCK),
+                                  NAMED(TIMED_OUT),
+                                  NAMED(UNKNOWN_TRANSACTION),
+                                  NAMED(FDS_NOT_ALLOWED),
+                                  NAMED(UNEXPECTED_NULL),
+                                  NAMED(UNKNOWN_ERROR)};
+#undef NAMED
 
 // Any other number is the last one.
 const auto& listed(binder_status_t status) {
-    const auto* row = std::begin(kStatuses);
-    while (row->first != status && row + 1 != std::end(kStatuses)) ++row;
+    const auto* row = kStatuses.begin();
+    while (row->first != status && row + 1 != kStatuses.end()) ++row;
     return *row;
 }
 
-// By -exception.
-constexpr const char* kExceptions[] = {"EX_NONE",
-                                       "EX_SECURITY",
-                                       "EX_BAD_PARCELABLE",
-                                       "EX_ILLEGAL_ARGUMENT",
-                                       "EX_NULL_POINTER",
-                                       "EX_ILLEGAL_STATE",
-                                       "EX_NETWORK_MAIN_THREAD",
-                                       "EX_UNSUPPORTED_OPERATION",
-                                       "EX_SERVICE_SPECIFIC",
-                                       "EX_PARCELABLE"};
+// By -exception, behind "EX_".
+constexpr const char* kExceptions[] = {"NONE",
+                                       "SECURITY",
+                                       "BAD_PARCELABLE",
+                                       "ILLEGAL_ARGUMENT",
+                                       "NULL_POINTER",
+                                       "ILLEGAL_STATE",
+                                       "NETWORK_MAIN_THREAD",
+                                       "UNSUPPORTED_OPERATION",
+                                       "SERVICE_SPECIFIC",
+                                       "PARCELABLE"};
 
 bool isListed(binder_exception_t exception) { return exception <= EX_NONE && exception >= EX_PARCELABLE; }
 
@@ -62,35 +69,27 @@ AStatus statusOf(binder_exception_t exception) {
     return {.exception = EX_TRANSACTION_FAILED, .status = STATUS_FAILED_TRANSACTION};
 }
 
-// Skips a block that begins with its own size.
-binder_status_t skipBlock(standin::Parcel& parcel) {
+// Skips so many bytes as the next word says: counted from that word on, or from behind it.
+binder_status_t skip(standin::Parcel& parcel, bool fromTheWord) {
     const size_t start = parcel.position;
     int32_t size = 0;
     const binder_status_t status = parcel.read(&size);
     if (status != STATUS_OK) return status;
     if (size < 0 || static_cast<size_t>(size) > parcel.left()) return STATUS_UNKNOWN_ERROR;
-    parcel.position = start + static_cast<size_t>(size);
+    parcel.position = (fromTheWord ? start : parcel.position) + static_cast<size_t>(size);
     return STATUS_OK;
 }
 
 binder_status_t readStatus(standin::Parcel& parcel, AStatus& out) {
     int32_t exception = 0;
     binder_status_t status = parcel.read(&exception);
-    if (status == STATUS_OK && exception == kHasReplyHeader) {
-        status = skipBlock(parcel);
-        exception = EX_NONE;
-    }
     if (status != STATUS_OK || exception == EX_NONE) return status;
+    if (exception == kHasReplyHeader) return skip(parcel, true);
     out = statusOf(exception);
-    (void)parcel.readString(out.message);  // one that is not there is empty
-    // The remote stack trace: a size and so many bytes behind it.
-    int32_t trace = 0;
-    status = parcel.read(&trace);
-    if (status != STATUS_OK) return status;
-    if (trace < 0 || static_cast<size_t>(trace) > parcel.left()) return STATUS_UNKNOWN_ERROR;
-    parcel.position += static_cast<size_t>(trace);
-    if (exception == EX_SERVICE_SPECIFIC) return parcel.read(&out.serviceSpecific);
-    return exception == EX_PARCELABLE ? skipBlock(parcel) : status;
+    out.message = parcel.readString().value_or("");
+    status = skip(parcel, false);  // the remote stack trace
+    if (status == STATUS_OK && exception == EX_SERVICE_SPECIFIC) return parcel.read(&out.serviceSpecific);
+    return status == STATUS_OK && exception == EX_PARCELABLE ? skip(parcel, true) : status;
 }
 
 }  // namespace
@@ -131,8 +130,8 @@ const char* AStatus_getDescription(const AStatus* status) {
     const binder_exception_t exception = status->exception;
     std::string text = "No error";
     if (exception != EX_NONE) {
-        text = "Status(" + std::to_string(exception) + ", " +
-               (isListed(exception) ? kExceptions[-exception] : "EX_TRANSACTION_FAILED") + "): '";
+        text = "Status(" + std::to_string(exception) + ", EX_" +
+               (isListed(exception) ? kExceptions[-exception] : "TRANSACTION_FAILED") + "): '";
         if (exception == EX_SERVICE_SPECIFIC) text += std::to_string(status->serviceSpecific) + ": ";
         if (exception == EX_TRANSACTION_FAILED) text += std::string(listed(status->status).second) + ": ";
         text += status->message + "'";
@@ -147,7 +146,7 @@ binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status
     standin::Parcel& out = *parcel->content;
     binder_status_t result = out.write(status->exception);
     if (result != STATUS_OK || status->exception == EX_NONE) return result;
-    result = out.writeString(status->message.data(), static_cast<int32_t>(status->message.size()));
+    result = out.writeString(status->message);
     if (result == STATUS_OK) result = out.write(int32_t{0});  // no stack trace
     if (result == STATUS_OK && status->exception == EX_SERVICE_SPECIFIC) result = out.write(status->serviceSpecific);
     if (result == STATUS_OK && status->exception == EX_PARCELABLE) result = out.write(int32_t{0});

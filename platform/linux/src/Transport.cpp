@@ -1,13 +1,11 @@
 #include "Transport.h"
 
 #include <android/log.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
-#include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -17,6 +15,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <random>
 #include <thread>
 
 namespace standin {
@@ -35,23 +36,20 @@ ndk::ScopedFileDescriptor moveHigh(int fd) {
 // programs have one thread yet when this library is loaded.
 [[gnu::constructor]] void growDescriptorTable() { moveHigh(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 
-// Through the open folder, so that its own path may be as long as it likes.
 sockaddr_un addressOf(const std::string& name) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof(address.sun_path), "/proc/self/fd/%d/%s", folder(), name.c_str());
+    pathTo(name).copy(address.sun_path, sizeof(address.sun_path) - 1);
     return address;
 }
 
-ndk::ScopedFileDescriptor newSocket() {
-    return moveHigh(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-}
+ndk::ScopedFileDescriptor newSocket() { return moveHigh(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
 
 // What the socket holds arrives even if this process is killed: it should hold all that may be on its way.
 void widen(int socket) {
     const int size = 4 << 20;
-    if (setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof(size)) == 0) return;
-    setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));  // as much as the system gives to anybody
+    if (setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof(size)) != 0)
+        setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));  // as much as the system gives to anybody
 }
 
 int connectSocket(int fd, const std::string& name) {
@@ -60,7 +58,7 @@ int connectSocket(int fd, const std::string& name) {
 }
 
 // Null if the peer is not this user's.
-std::shared_ptr<Connection> connectionOn(ndk::ScopedFileDescriptor socket, std::string name) {
+std::shared_ptr<Connection> connectionOn(ndk::ScopedFileDescriptor socket) {
     ucred peer{};
     socklen_t size = sizeof(peer);
     if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return nullptr;
@@ -70,142 +68,24 @@ std::shared_ptr<Connection> connectionOn(ndk::ScopedFileDescriptor socket, std::
         return nullptr;
     }
     widen(socket.get());
-    return std::make_shared<Connection>(std::move(socket), peer.uid, peer.pid, std::move(name));
-}
-
-// The reading thread and what it listens to. Lives for ever, like the thread.
-class Loop {
-  public:
-    static Loop& get() {
-        static Loop* const loop = new Loop;
-        return *loop;
-    }
-
-    std::shared_ptr<Connection> connectTo(const std::string& name) {
-        const std::lock_guard lock(mLock);
-        for (const auto& each : mConnections) {
-            if (each->name() == name && each->peerLives()) return each;
+    auto connection = std::make_shared<Connection>(std::move(socket));
+    startThread([connection] {
+        while (connection->receive()) {
         }
-        ndk::ScopedFileDescriptor socket = newSocket();
-        if (connectSocket(socket.get(), name) != 0) return nullptr;
-        return add(connectionOn(std::move(socket), name));
-    }
-
-    void listenOn(ndk::ScopedFileDescriptor socket) {
-        const std::lock_guard lock(mLock);
-        mListener = std::move(socket);
-        wake();
-    }
-
-    void wake() const { eventfd_write(mWake.get(), 1); }
-
-    uint64_t changes() {
-        const std::lock_guard lock(mLock);
-        return mChanges;
-    }
-    bool waitForChange(uint64_t since, std::chrono::seconds time) {
-        std::unique_lock lock(mLock);
-        return mChanged.wait_for(lock, time, [&] { return mChanges != since; });
-    }
-
-  private:
-    Loop() {
-        inotify_add_watch(mFolder.get(), ("/proc/self/fd/" + std::to_string(folder())).c_str(), IN_MOVED_TO);
-        // Signals are for the threads of the program, except those of a fault of this one.
-        sigset_t all;
-        sigset_t before;
-        sigfillset(&all);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&all, fault);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-        std::thread([this] {
-            pthread_setname_np(pthread_self(), "binder:io");
-            run();
-        }).detach();
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-
-    // With mLock held; null is fine.
-    std::shared_ptr<Connection> add(std::shared_ptr<Connection> connection) {
-        if (connection == nullptr) return nullptr;
-        mConnections.push_back(connection);
-        wake();
-        return connection;
-    }
-
-    [[noreturn]] void run() {
-        std::vector<std::shared_ptr<Connection>> connections;
-        std::vector<pollfd> polled;
-        for (;;) {
-            {
-                const std::lock_guard lock(mLock);
-                connections = mConnections;
-                polled = {{mWake.get(), POLLIN, 0}, {mListener.get(), POLLIN, 0}, {mFolder.get(), POLLIN, 0}};
-            }
-            for (const auto& each : connections) polled.push_back({each->socket(), each->awaited(), 0});
-            if (poll(polled.data(), polled.size(), -1) <= 0) continue;
-            eventfd_t ignored = 0;
-            if (polled[0].revents != 0) eventfd_read(mWake.get(), &ignored);
-            if (polled[1].revents != 0) acceptOne();
-            if (polled[2].revents != 0) noteChange();
-            for (size_t i = 0; i < connections.size(); ++i) {
-                const int events = polled[i + 3].revents;
-                if ((events & POLLOUT) != 0) connections[i]->flush();
-                if ((events & ~POLLOUT) != 0 && !connections[i]->receive()) drop(connections[i]);
-            }
-        }
-    }
-
-    void acceptOne() {
-        ndk::ScopedFileDescriptor socket =
-            moveHigh(accept4(mListener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (socket.get() < 0) {
-            // Without descriptors the peer stays in the queue, and poll names it again and again.
-            if (errno != EAGAIN) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            return;
-        }
-        std::shared_ptr<Connection> connection = connectionOn(std::move(socket), "");
-        const std::lock_guard lock(mLock);
-        add(std::move(connection));
-    }
-
-    void noteChange() {
-        alignas(inotify_event) char events[4096];
-        while (read(mFolder.get(), events, sizeof(events)) > 0) {
-        }
-        const std::lock_guard lock(mLock);
-        ++mChanges;
-        mChanged.notify_all();
-    }
-
-    void drop(const std::shared_ptr<Connection>& connection) {
         connection->close();
-        const std::lock_guard lock(mLock);
-        std::erase(mConnections, connection);
-    }
-
-    const ndk::ScopedFileDescriptor mWake = moveHigh(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    const ndk::ScopedFileDescriptor mFolder = moveHigh(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-
-    std::mutex mLock;                     // guards what follows
-    ndk::ScopedFileDescriptor mListener;  // set once
-    std::vector<std::shared_ptr<Connection>> mConnections;
-    uint64_t mChanges = 0;  // of the folder
-    std::condition_variable mChanged;
-};
+    });
+    return connection;
+}
 
 // Sockets whose process has ended. A living one is only touched; one that does not listen yet has another prefix.
 void sweep() {
-    const int copy = openat(folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR* entries = copy < 0 ? nullptr : fdopendir(copy);
-    if (entries == nullptr) return;
-    while (const dirent* entry = readdir(entries)) {
-        if (std::strncmp(entry->d_name, "p-", 2) != 0) continue;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(pathTo(""), ignored)) {
+        const std::string name = entry.path().filename();
+        if (!name.starts_with("p-")) continue;
         const ndk::ScopedFileDescriptor socket = newSocket();
-        if (connectSocket(socket.get(), entry->d_name) != 0 && errno == ECONNREFUSED) {
-            unlinkat(folder(), entry->d_name, 0);
-        }
+        if (connectSocket(socket.get(), name) != 0 && errno == ECONNREFUSED) unlinkat(folder(), name.c_str(), 0);
     }
-    closedir(entries);
 }
 
 std::string startListening() {
@@ -221,19 +101,28 @@ std::string startListening() {
         logErrno("Cannot listen");
         return "";
     }
-    Loop::get().listenOn(std::move(socket));
+    startThread([listener = socket.release()] {
+        for (;;) {
+            ndk::ScopedFileDescriptor peer = moveHigh(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+            if (peer.get() >= 0) {
+                connectionOn(std::move(peer));
+            } else {
+                // Without descriptors the peer stays in the queue, and would be named again and again.
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        }
+    });
     return "p-" + unique;
 }
 
 int openFolder() {
-    std::string path;
-    if (const char* given = std::getenv("ORVIX_BINDER_DIR"); given != nullptr && *given != '\0') {
-        path = given;
-    } else if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0') {
-        path = std::string(runtime) + "/orvix-binder";
-    } else {
-        path = "/tmp/orvix-binder-" + std::to_string(geteuid());
-    }
+    const auto variable = [](const char* name) {
+        return std::string(std::getenv(name) == nullptr ? "" : std::getenv(name));
+    };
+    std::string path = variable("ORVIX_BINDER_DIR");
+    const std::string runtime = variable("XDG_RUNTIME_DIR");
+    if (path.empty())
+        path = runtime.empty() ? "/tmp/orvix-binder-" + std::to_string(geteuid()) : runtime + "/orvix-binder";
     mkdir(path.c_str(), 0700);
     ndk::ScopedFileDescriptor opened = moveHigh(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat info {};
@@ -251,14 +140,38 @@ int openFolder() {
 
 }  // namespace
 
-std::shared_ptr<Connection> connectTo(const std::string& name) { return Loop::get().connectTo(name); }
+void startThread(std::function<void()> body) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) sigdelset(&all, fault);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    std::thread thread(std::move(body));
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_setname_np(thread.native_handle(), "binder:io");
+    thread.detach();
+}
+
+std::shared_ptr<Connection> connectTo(const std::string& name) {
+    static auto* const lock = new std::mutex;
+    static auto* const all = new std::map<std::string, std::weak_ptr<Connection>>;
+    const std::lock_guard guard(*lock);
+    std::erase_if(*all, [](const auto& each) { return each.second.expired(); });
+    std::weak_ptr<Connection>& known = (*all)[name];
+    std::shared_ptr<Connection> connection = known.lock();
+    if (connection != nullptr && connection->peerLives()) return connection;
+    ndk::ScopedFileDescriptor socket = newSocket();
+    if (connectSocket(socket.get(), name) != 0) return nullptr;
+    known = connection = connectionOn(std::move(socket));
+    return connection;
+}
+
 const std::string& listenAt() {
     static const auto* const name = new std::string(startListening());
     return *name;
 }
-void wakeReader() { Loop::get().wake(); }
-uint64_t namesChanged() { return Loop::get().changes(); }
-bool waitForNames(uint64_t since, std::chrono::seconds time) { return Loop::get().waitForChange(since, time); }
+
+std::string pathTo(const std::string& name) { return "/proc/self/fd/" + std::to_string(folder()) + '/' + name; }
 
 int folder() {
     static const int descriptor = openFolder();
@@ -266,10 +179,9 @@ int folder() {
 }
 
 std::string uniqueName() {
-    uint64_t number = 0;
-    if (getrandom(&number, sizeof(number), 0) != sizeof(number)) std::abort();
+    std::random_device random;
     char text[17];
-    std::snprintf(text, sizeof(text), "%016lx", number);
+    std::snprintf(text, sizeof(text), "%08x%08x", random(), random());
     return text;
 }
 

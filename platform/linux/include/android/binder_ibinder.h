@@ -70,10 +70,6 @@ binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* 
 // STATUS_NAME_NOT_FOUND if not linked (any more), STATUS_DEAD_OBJECT while the callback is running.
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie);
 
-// Who called, inside a handler; this process outside. The pid of a one-way call is 0.
-uid_t AIBinder_getCallingUid(void);
-pid_t AIBinder_getCallingPid(void);
-
 // Null is allowed.
 void AIBinder_incStrong(AIBinder* binder);
 void AIBinder_decStrong(AIBinder* binder);
