@@ -117,7 +117,8 @@ std::string startListening() {
 
 int openFolder() {
     const auto variable = [](const char* name) {
-        return std::string(std::getenv(name) == nullptr ? "" : std::getenv(name));
+        const char* const value = std::getenv(name);
+        return std::string(value == nullptr ? "" : value);
     };
     std::string path = variable("ORVIX_BINDER_DIR");
     const std::string runtime = variable("XDG_RUNTIME_DIR");
