@@ -231,8 +231,6 @@ void load() {
     __android_log_set_logger([](const __android_log_message*) {});
     quiet::env();
     invariant(JNI_OnLoad(quiet::vm(), nullptr) == JNI_VERSION_1_6, "the library loads");
-    // The storage of a client outlives it once it had a thread: not a leak.
-    [[maybe_unused]] static AidlClient* volatile kept = orvix::gAidlClient.get();
     quiet::script.onCall = onJavaCall;
 }
 
