@@ -42,7 +42,7 @@ void AidlClient::handleEvents() {
 
 void AidlClient::handleEvent(const CallbackEvent& ev) {
     LOGD("handleEvent %d", ev.type);
-    switch (ev.type) {
+    switch (EventCode{ev.type}) {  // without a default: the compiler names a code that has no case
         case kServiceDown: handleServiceDown(); break;
         case kServiceUp: handleServiceUp(); break;
         case kGetRadioStatus: getRadioStatus(); break;
@@ -67,7 +67,6 @@ void AidlClient::handleEvent(const CallbackEvent& ev) {
         case kStopStatsMonitoring: stopStatsMonitoring(); break;
         case kGetSocketFd: getSocketFd(ev.socketInfo); break;
         case kSendBlobToApk: sendBlobToApkNative(ev.blobTag, ev.blob); break;
-        default: break;
     }
 }
 
