@@ -20,7 +20,7 @@ add_jar(orvix-jvm-tests
 
 function(orvix_live_test name)
     add_test(NAME ${name}
-             COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/${name}.py --build ${CMAKE_BINARY_DIR} ${ARGN})
+             COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/${name}.py ${CMAKE_BINARY_DIR})
 endfunction()
 orvix_live_test(jvm_transcript_test)
 orvix_live_test(jvm_exit_test)

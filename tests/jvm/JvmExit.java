@@ -1,5 +1,6 @@
 package vendor.nuvel.data.orvixadmin;
 
+import java.util.Map;
 import java.util.concurrent.CountDownLatch;
 
 /**
@@ -7,31 +8,23 @@ import java.util.concurrent.CountDownLatch;
  * has asked for something a hundred times and goes on asking.
  */
 public final class JvmExit {
-    private JvmExit() {}
-
     public static void main(String[] args) throws InterruptedException {
-        String way = args[0];
+        Map<String, Runnable> ways = Map.of("return", () -> {}, "exit", () -> System.exit(7),
+                "halt", () -> Runtime.getRuntime().halt(8), "exitInCallOut", () -> System.exit(9));
+        Runnable end = () -> {
+            // One line, so that the time from here on can be told.
+            System.out.println("{\"ending\":\"" + args[0] + "\"}");
+            ways.get(args[0]).run();
+        };
         CountDownLatch calls = new CountDownLatch(args[1].equals("busy") ? 100 : 1);
         SorvixAidlClient.setSink((method, values) -> {
             calls.countDown();
-            if (way.equals("exitInCallOut") && calls.getCount() == 0) end(way);
+            if (args[0].equals("exitInCallOut") && calls.getCount() == 0) end.run();
         });
         System.loadLibrary("OrvixJni");
         JniHelper.initialize();
         calls.await();
-        if (way.equals("exitInCallOut")) Thread.sleep(60_000);
-        end(way);
-    }
-
-    private static void end(String way) {
-        // One line, so that the time from here on can be told.
-        System.out.println("{\"ending\":\"" + way + "\"}");
-        switch (way) {
-            case "return" -> {}
-            case "exit" -> System.exit(7);
-            case "halt" -> Runtime.getRuntime().halt(8);
-            case "exitInCallOut" -> System.exit(9);
-            default -> throw new IllegalArgumentException(way);
-        }
+        if (args[0].equals("exitInCallOut")) Thread.sleep(60_000);
+        end.run();
     }
 }
