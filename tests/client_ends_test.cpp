@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <list>
 #include <thread>
 
@@ -42,9 +43,9 @@ void load() {
 void initialize() { quiet::callNative(quiet::env(), "initialize"); }
 
 void waitUntil(const auto& done) {
-    for (int i = 0; !done(); ++i) {
-        if (i == 10'000) _exit(kHangs);
-        usleep(1000);
+    const auto end = std::chrono::steady_clock::now() + orvix_test::patience() / 2;
+    for (; !done(); usleep(1000)) {
+        if (std::chrono::steady_clock::now() > end) _exit(kHangs);
     }
 }
 
@@ -127,6 +128,7 @@ int meetTheEnd(const std::string& way, const std::string& line) {
         holdOneThread(line);
     }
     goOn();
+    for (int i = 0; way == "load" && line.empty() && i < 500; ++i) load();  // who is busy meets each new client at once
     if (way == "load") loadAgain(!line.empty());
     goOn();
     exit(kExitCode);
@@ -141,7 +143,7 @@ class End : public testing::TestWithParam<const char*> {
             processes.emplace_back(std::vector<std::string>{"--end", GetParam(), line});
         }
         for (const char* line : lines) {
-            EXPECT_EQ(processes.front().exitCode(30), kExitCode) << GetParam() << ", " << line;
+            EXPECT_EQ(processes.front().exitCode(), kExitCode) << GetParam() << ", " << line;
             processes.pop_front();
         }
     }

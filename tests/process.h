@@ -57,12 +57,12 @@ class Process {
         waitpid(pid, nullptr, 0);
         pid = -1;
     }
-    // Its exit code; -1 if a signal ended it, -2 if it still runs after so many seconds.
-    int exitCode(int seconds) {
+    // Its exit code; -1 if a signal ended it, -2 if it hangs.
+    int exitCode() {
+        const auto end = std::chrono::steady_clock::now() + patience();
         int status = 0;
-        for (int i = 0; waitpid(pid, &status, WNOHANG) == 0; ++i) {
-            if (i == seconds * 100) return -2;
-            usleep(10000);
+        for (; waitpid(pid, &status, WNOHANG) == 0; usleep(10'000)) {
+            if (std::chrono::steady_clock::now() > end) return -2;
         }
         pid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
