@@ -66,7 +66,7 @@ void loadAgain(bool quiet) {
         _exit(kHandlesMore);
     }
     initialize();
-    waitUntil([=] { return count()[2] > registered; });
+    waitUntil([&, before = registered] { return count()[2] > before; });
     usleep(50'000);
     if (quiet && count() != std::array{linked + 1, told + 1, registered + 1}) _exit(kTellsMore);
 }
