@@ -97,6 +97,12 @@ TEST(Contract, AFailedWriteLeavesThePlaceholder) {
     EXPECT_EQ(contentOf(parcel.get()), contentOf(parcelOf(std::vector<int32_t>{0, 1, 'a'}).get()));
 }
 
+TEST(Contract, AnAbsentTextEmptiesItsTarget) {
+    std::optional<std::string> text = "kept";
+    EXPECT_EQ(readValue(parcelOf(std::vector<int32_t>{-1}).get(), text), STATUS_OK);
+    EXPECT_EQ(text, std::nullopt);
+}
+
 #ifndef ORVIX_SANITIZED
 // More than a length can say; no page of it is touched.
 TEST(Contract, ATextOfFourGigabytesIsRefused) {
@@ -274,6 +280,8 @@ TEST(Contract, FromBinderTellsOwnAndForeignApart) {
     const std::shared_ptr<IRequest> own = ndk::SharedRefBase::make<IRequestDefault>();
     EXPECT_EQ(IRequest::fromBinder(stubOf(own)), own);
     EXPECT_EQ(IRequest::fromBinder(ndk::SpAIBinder()), nullptr);
+    const auto nobodys = ndk::SharedRefBase::make<BpRequest>(ndk::SpAIBinder());
+    EXPECT_EQ(nobodys->startUidStatsPolling(1).getStatus(), STATUS_UNEXPECTED_NULL);
     EXPECT_EQ(IRequest::fromBinder(peerOf<IOrvixService>(answering(STATUS_OK))), nullptr);
     const ndk::SpAIBinder twin = peerOf<IRequest>(answering(STATUS_OK));
     const auto proxy = IRequest::fromBinder(twin);
