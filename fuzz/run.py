@@ -20,7 +20,7 @@ WORKERS = 2
 PLANTED_SECONDS = 60
 LIMITS = ["-max_len=4096", "-malloc_limit_mb=16", "-timeout=10", "-close_fd_mask=1", "-print_final_stats=1"]
 FOUND = re.compile(r"broken invariant: .*|ERROR: AddressSanitizer: \S+|\S+:\d+:\d+: runtime error: .*|"
-                   r"ERROR: LeakSanitizer.*|ERROR: libFuzzer: .*|an index outside of a Java array")
+                   r"ERROR: LeakSanitizer.*|ERROR: libFuzzer: .*|Java VM: .*")
 
 
 class Run:
