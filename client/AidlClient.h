@@ -31,8 +31,6 @@ class OrvixCallback;
 class AidlClient {
   public:
     AidlClient() { earlier = newest.exchange(this); }  // once it is complete: other threads may use it at once
-    AidlClient(const AidlClient&) = delete;
-    AidlClient& operator=(const AidlClient&) = delete;
     // The end, at a second load or while the process ends, stops and joins nobody: it empties the client. Its storage,
     // its locks and its wake-up stay for good, so a thread that comes late finds a client without a service and queues
     // in vain; a call-out that has begun is finished, the client's own threads rest before the next.

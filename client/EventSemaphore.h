@@ -17,8 +17,6 @@ class EventSemaphore {
     EventSemaphore() = default;
     // For tests of the counting mode.
     explicit EventSemaphore(uint64_t initialCount) : binary(false), count(initialCount) {}
-    EventSemaphore(const EventSemaphore&) = delete;
-    EventSemaphore& operator=(const EventSemaphore&) = delete;
 
     // In counting mode an overflow of the count ends the process.
     void release() {

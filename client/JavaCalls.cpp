@@ -78,11 +78,9 @@ class AidlClient::CallOut {
 
 bool AidlClient::tellAvailability(bool available) {
     CallOut callOut(*this);
-    if (callOut.attached) {
-        callOut.call("onIServiceBinderAvailable", "initialize callback success", available);  // going or coming
-    } else {
-        LOGE("attach thread FAILED");
-    }
+    // The same line whether the service comes or goes.
+    if (callOut.attached) callOut.call("onIServiceBinderAvailable", "initialize callback success", available);
+    if (!callOut.attached) LOGE("attach thread FAILED");
     return callOut.attached;
 }
 

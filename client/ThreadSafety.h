@@ -33,7 +33,6 @@ class ORVIX_THREAD_SAFETY(scoped_lockable) SharedGuard {
     }
     ~SharedGuard() ORVIX_THREAD_SAFETY(release_capability()) { mutex.unlock_shared(); }
     SharedGuard(const SharedGuard&) = delete;
-    SharedGuard& operator=(const SharedGuard&) = delete;
 
   private:
     SharedMutex& mutex;
