@@ -9,7 +9,7 @@ import java.util.concurrent.locks.LockSupport;
 
 /**
  * The application's half of the benchmarks: the library on a real VM. Commands come on standard input, results go to
- * standard output as "NAME nanoseconds nanoseconds …".
+ * standard output as "NAME nanoseconds nanoseconds ...".
  *
  * <p>The library is loaded from libOrvixBench, which is the library and the bare sequences beside it. Times are those of
  * System.nanoTime, which on Linux is the clock of the service's process too.
