@@ -49,10 +49,10 @@ void AidlClient::bindToService() {
         const ndk::SpAIBinder binder(AServiceManager_waitForService(name.c_str()));
         if (binder.get() == nullptr) continue;
         const std::lock_guard lock(serviceLock);
-        Life expected = Life::open;
-        if (!life.compare_exchange_strong(expected, Life::asking)) return;
+        Life open = Life::open, asking = Life::asking;
+        if (!life.compare_exchange_strong(open, asking)) return;
         service = IOrvixService::fromBinder(binder);
-        if (!life.compare_exchange_strong(expected = Life::asking, Life::open)) return dropService();
+        if (!life.compare_exchange_strong(asking, open)) return dropService();
         if (!service) continue;
         deathRecipient.set(AIBinder_DeathRecipient_new(deathCallback));
         AIBinder_linkToDeath(service->asBinder().get(), deathRecipient.get(), this);

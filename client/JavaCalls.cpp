@@ -71,7 +71,7 @@ class AidlClient::CallOut {
     }
 
     AidlClient& client;
-    const jclass target;
+    jclass target;
     JNIEnv* env = nullptr;
     bool attached;
 };
