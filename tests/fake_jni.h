@@ -39,7 +39,7 @@ void clearLines();
 std::vector<std::string> lines();
 // Lines that begin so.
 size_t count(std::string_view start);
-// Waits until there are so many lines that begin so; false after ten seconds.
+// Waits until there are so many lines that begin so; false when patience (process.h) is at its end.
 bool waitFor(std::string_view start, size_t times = 1);
 
 // Java's objects.

@@ -13,6 +13,7 @@
 #include "client/AidlClient.h"
 #include "tests/aidl_support.h"
 #include "tests/fake_jni.h"
+#include "tests/process.h"
 
 namespace {
 
@@ -360,7 +361,7 @@ bool othersGoOn() {
         gAidlClient->bindToService();
         done->set_value();
     }).detach();
-    return done->get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    return done->get_future().wait_for(orvix_test::patience()) == std::future_status::ready;
 }
 
 TEST(Locks, AreFreeAtEveryCallOutOfTheLibrary) {
