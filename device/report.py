@@ -17,6 +17,7 @@ EXPORTS = {"JNI_OnLoad"}
 TOOL_EXPORTS = {"__cfi_check"}  # the platform build's, for control-flow integrity across libraries
 PLATFORM = {"libbinder_ndk.so", "liblog.so", "libandroid_net.so"}
 ATOMIC = re.compile(r"\t(?:ld|st)l?a?xr|\t(?:cas|swp|ldadd|ldclr|ldset|ldeor)")
+CFI_CHECK, OVERFLOW_CHECKS = 2, (0, 12, 13, 21)  # clang's numbers: add, multiply, negate, subtract
 RUNTIME = re.compile(r"(libc|libm|libdl|libc\+\+|libstdc\+\+|libgcc_s|ld-linux[\w-]*)\.so(\.\d+)?$")
 
 
@@ -45,6 +46,12 @@ def aarch64_properties(library, elf):
     # The linker drops it if any object lacks it, be it one of the toolchain's own.
     note = re.search(r"aarch64 feature: (.+)", elf)
     yield "its note", note.group(1) if note else "none: something that the toolchain links in has none", None
+    # A trap carries the number of the check before it, in code that clang made with traps as its answer.
+    traps = [int(number, 16) for number in re.findall(r"\tbrk\t#0x55([0-9a-f]{2})\b", text)]
+    checks = traps.count(CFI_CHECK) + len(re.findall(r"\tbl?\t.*<__cfi_slowpath", text))
+    yield "control-flow checks", str(checks), checks > 0
+    overflow = sum(map(traps.count, OVERFLOW_CHECKS)) + len(re.findall(r"\tbl\t.*<__ubsan_handle_", text))
+    yield "overflow checks", str(overflow) if overflow else "none: the compiler left none, or was asked for none", None
     # Which of its two ways a helper takes, the processor decides at load.
     helpers = sorted(name for name in code if name.startswith("__aarch64_"))
     inline = [name for name, body in code.items() if name not in helpers and ATOMIC.search(body)]
@@ -72,6 +79,8 @@ def properties(library):
     yield "BIND_NOW", flags or "none", "NOW" in flags
     yield "stack", (stack.group(1).strip() if stack else "not said"), stack is not None and "E" not in stack.group(1)
     yield "stack protector", "yes" if "__stack_chk_fail" in imports else "none", "__stack_chk_fail" in imports
+    checked = sorted(set(re.findall(r"\b__\w+_chk\b", imports)) - {"__stack_chk_fail"})
+    yield "FORTIFY", ", ".join(checked) or "nothing is called that has a checked form", None
     yield ("LOAD alignment", ", ".join(map(str, sorted(set(aligns)))),
            bool(aligns) and all(align % PAGE == 0 for align in aligns))
     yield "needed", ", ".join(needed), PLATFORM <= set(needed) and not foreign
@@ -85,12 +94,14 @@ def main(argv):
     if len(argv) != 2:
         print(__doc__.strip(), file=sys.stderr)
         return 2
-    failed = False
+    verdicts = {}
     for name, found, good in properties(argv[1]):
-        verdict = "" if good is None else "ok" if good else "NO"
-        print(f"{name:18} {verdict:4} {found}")
-        failed = failed or verdict == "NO"
-    return 1 if failed else 0
+        verdicts[name] = "" if good is None else "ok" if good else "NO"
+        print(f"{name:19} {verdicts[name]:4} {found}")
+    refused = [name for name, verdict in verdicts.items() if verdict == "NO"]
+    good = list(verdicts.values()).count("ok")
+    print(f"refused: {', '.join(refused)}" if refused else f"all {good} properties that a device needs are there")
+    return 1 if refused else 0
 
 
 if __name__ == "__main__":

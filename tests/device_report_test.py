@@ -16,23 +16,26 @@ extern "C" int __aarch64_ldadd4_relax(int, int*) { return 0; }
 API int JNI_OnLoad() {
     char text[64];
     static int calls;
+    asm volatile(CHECK);
     return read(0, text, 64) ? text[__atomic_fetch_add(&calls, 1, __ATOMIC_RELAXED)] : 0;
 }
 '''
 LINK = ["--target=aarch64-linux-gnu", "-shared", "-nostdlib", "-fuse-ld=lld"]
 GOOD = ["-O1", "-fPIC", "-fvisibility=hidden", "-fstack-protector-strong", "-mbranch-protection=standard",
-        "-moutline-atomics", *(f"-Wl,-z,{word}" for word in ("relro", "now", "noexecstack", "max-page-size=16384"))]
+        "-moutline-atomics", "-DCHECK=\"brk #0x5502\"",
+        *(f"-Wl,-z,{word}" for word in ("relro", "now", "noexecstack", "max-page-size=16384"))]
 # What is planted, and the property that must be refused for it.
 PLANTS = {"": "", "-Wl,--defsym=__cfi_check=1": "", "-Wl,--defsym=helper=1": "exports", "-Wl,-z,norelro": "RELRO",
           "-Wl,-z,lazy": "BIND_NOW", "-Wl,-z,execstack": "stack", "-fno-stack-protector": "stack protector",
           "-Wl,-z,max-page-size=4096": "LOAD alignment", "libOther.so": "needed",
-          "-mbranch-protection=none": "branch protection", "-mno-outline-atomics": "atomics"}
+          "-mbranch-protection=none": "branch protection", "-mno-outline-atomics": "atomics",
+          "-UCHECK -DCHECK=\"nop\"": "control-flow checks"}
 
 
 class Report(unittest.TestCase):
     def report(self, library, refused):
         done = subprocess.run([sys.executable, REPORT, library], capture_output=True, text=True, check=False)
-        found = [line[:18].strip() for line in done.stdout.splitlines() if line[19:21] == "NO"]
+        found = [line[:19].strip() for line in done.stdout.splitlines() if line[20:22] == "NO"]
         self.assertEqual((len(refused), refused), (done.returncode, found), done.stdout)
         return done.stdout
 

@@ -25,6 +25,8 @@ endfunction()
 orvix_live_test(jvm_transcript_test)
 orvix_live_test(jvm_exit_test)
 orvix_live_test(live_test)
+needs(jvm_exit_test OrvixJni android_runtime orvix-app orvix-jvm-tests)
+needs(live_test OrvixJni android_runtime orvix-app orvix-service)
 
 # A plain main program in the application's package: exit 0 when every check held.
 set(CMAKE_JAVA_COMPILE_FLAGS -Xlint:all,-serial -Werror --release 17)
