@@ -2,7 +2,7 @@
 """The library on a real virtual machine does what its transcripts say.
 
 The transcripts are those of the fake function table: of a section its lines about log, JNI and JavaVM are compared with
-what the recorder wrote, its transactions with what the service received. What is to be typed comes out of the section.
+what the recorder wrote, its transactions with what the service received. What is to be typed stands in tests/scenes.
 
 usage: jvm_transcript_test.py BUILD
 """
@@ -10,7 +10,6 @@ import itertools
 import json
 import os
 import re
-import subprocess
 import sys
 from pathlib import Path
 
@@ -18,20 +17,12 @@ TESTS = Path(__file__).resolve().parent
 sys.path.insert(0, str(TESTS.parent / "sim/live"))
 from stage import Stage, Unmet  # noqa: E402
 
-# What no Java program can do: hand over no JNIEnv, or bytes that no record's writer makes. And how often the dispatch
-# thread wakes up is not determined.
+# What no Java program can do: hand over no JNIEnv. And how often the dispatch thread wakes up is not determined.
 UNPLAYABLE = re.compile("log E sendBlobToMirel: JNIEnv is NULL|.*new aidl event arrived")
-UNPLAYABLE_SECTION = "a parcel at its end and one that is cut"
-# Requests that have another name at the service than in Java.
-SERVICE_NAMES = {"startNetworkMonitorForRatType": "startcollectingNetworkInfo",
-                 "stopNetworkMonitorForRatType": "stopcollectingNetworkInfo", "sendBlobToApkJava": "sendBlobToApk"}
-SOCKETS = {"family 2, type 2, protocol 2": ["7 10123 2 2 2"], "uid -1: sent untagged": ["8 -1 2 1 1"],
-           "every other code is the default": ["0 0 0 0 0", "-1 1 1 1 1"], "refused by the kernel": ["9 10123 1 2 1"],
-           "codes above 2 are the default, and any uid but -1 is tagged": ["-1 -2 3 3 3"]}
 
 
 def sections(file):
-    texts = re.split(r"^== (.*)\n", (TESTS / "transcripts" / file).read_text(encoding="utf-8"), flags=re.MULTILINE)[1:]
+    texts = re.split(r"^== (.*)\n", (TESTS / file).read_text(encoding="utf-8"), flags=re.MULTILINE)[1:]
     return {title: text.split("\n") for title, text in zip(texts[::2], texts[1::2])}
 
 
@@ -40,37 +31,24 @@ def recorded(lines):
 
 
 def transactions(lines):
-    found = (re.match(r"transact (\d+) 0x10000001 (.*)", line) for line in lines)
-    return [(int(match[1]), json.loads(match[2])) for match in found if match]
+    return [json.dumps(json.loads(args)) for args in re.findall(r"^transact \d+ 0x10000001 (.*)", "\n".join(lines), re.M)]
 
 
-def typed_natives(methods, lines):
-    """What to type for a section's transactions, and for the list that is not sent for being empty."""
-    text = re.sub(r"log D \w+ RatType (-?\d+)\njni.*\nlog D \w+ list size is 0", r"transact 3 0x10000001 [\1,[]]",
-                  "\n".join(lines))
-    for code, values in transactions(text.split("\n")):
-        name = methods[code].replace("sendRadioTechStatus", "sendRadioStatus")
-        if name in ("sendRadioStatus", "sendCensusInfo", "sendBatteryStatus"):
-            values = list(values[0].values())[:3]  # a record is made of them, with defaults behind
-        if name == "sendFGNetworkInfo":
-            values = values[0], values[2], values[1]
-        words = (value if isinstance(value, str) else json.dumps(value, ensure_ascii=False) for value in values)
-        yield " ".join([name, *words])
+def word(value):
+    text = "hex:" if value is None else value if isinstance(value, str) else json.dumps(value, ensure_ascii=False)
+    return re.sub("^0x..$", "true", text)
 
 
-def typed_request(lines):
-    java, values = re.search(r'jni GetMethodID\(SorvixAidlClient, "(\w+)"(?:.*\n)*'
-                             r"jni CallVoidMethod\(object, method(.*)\)", "\n".join(lines)).groups()
-    # At the service's input as in the transcript, but for the commas.
-    return SERVICE_NAMES.get(java, java) + re.sub(r', (?=[-\d]|hex:|true|false|")', " ", values)
+def typed(calls, lines):
+    """A scene's calls as they are typed, but for those of whose missing JNIEnv the lines tell."""
+    for name, values in ((name, json.loads(values)) for name, values in re.findall(r"(\w+) (.+)", "\n".join(calls))):
+        if None not in values or not any("JNIEnv is NULL" in line for line in lines):
+            yield " ".join([name, *map(word, values)])
 
 
 def main(build):
     build, failures, begin = Path(build), [], 0
-    listed = subprocess.run([build / "bin/orvix-parcel", "list"], check=True, capture_output=True, text=True).stdout
-    methods = {int(code): name for name, code in re.findall(r"^IOrvixService\.(\w+) (\d+)", listed, re.M)}
-    natives, availability = sections("natives.txt"), sections("availability.txt")
-    natives = {title: lines for title, lines in natives.items() if not title.startswith(UNPLAYABLE_SECTION)}
+    availability = sections("transcripts/availability.txt")
     with Stage(build) as stage:
         def heard():
             """What the recorder wrote and what the service received, since the section began."""
@@ -78,12 +56,12 @@ def main(build):
             return (recorded(line.text for line in stage.lines[begin:] if line.source == "transcript"),
                     [re.sub(r"socket:\[\d+\]", "socket:[N]", args) for args in received])
 
-        def play(title, lines, half=None, typed=()):
+        def play(title, lines, half=None, calls=()):
             """Waits until as much has come as the section has lines, and compares; what is too much fails the next."""
             nonlocal begin
-            for words in typed:
+            for words in typed(calls, lines):
                 half.say(words)
-            wanted = recorded(lines), [json.dumps(args) for _, args in transactions(lines)]
+            wanted = recorded(lines), transactions(lines)
             try:
                 stage.wait(title, lambda: all(len(got) >= len(due) for got, due in zip(heard(), wanted)))
             except Unmet:
@@ -92,25 +70,23 @@ def main(build):
             failures.extend([f"{title}: not {one}, but {other}" for one, other in pairs if one != other][:1])
             begin = len(stage.lines)
 
+        def play_scenes(file, half, which=slice(None)):
+            transcripts = sections(f"transcripts/{file}")
+            for title, calls in list(sections(f"scenes/{file}").items())[which]:
+                play(title, transcripts[title], half, calls)
+
         transcript, write_end = os.pipe()
         stage.listen(transcript, "transcript")
         recorder = f"-agentpath:{build / 'lib/libjvm_recorder.so'}=/proc/self/fd/{write_end}"
         app = stage.start_app(options=recorder, pass_fds=[write_end])
         os.close(write_end)
-        play("load", sections("load.txt")["good"])
-        (alone, without), *others = natives.items()
-        known = {words.split()[0]: words for _, lines in others for words in typed_natives(methods, lines)}
-        play(alone, without, app, map(known.get, re.findall(r"log E (\w+): OrvixService is not", "\n".join(without))))
-
+        play("load", sections("transcripts/load.txt")["good"])
+        play_scenes("natives.txt", app, slice(1))  # unbound
         service = stage.start_service()
         play("bound and up", availability["bound and up"])
-        for title, lines in others:
-            play(title, lines, app, typed_natives(methods, lines))
-        for title, lines in sections("requests.txt").items():
-            if title[0].isdigit():
-                play(title, lines, service, [typed_request(lines)])
-        for title, sockets in SOCKETS.items():
-            play(title, sections("sockets.txt")[title], service, [f"getSocketFd {socket}" for socket in sockets])
+        play_scenes("natives.txt", app, slice(1, None))
+        play_scenes("requests.txt", service)
+        play_scenes("sockets.txt", service)
         service.kill()
         stage.wait("down", lambda: heard()[0][-1:] == ["vm DetachCurrentThread"])
         service.wait_exit()
