@@ -47,39 +47,6 @@ std::shared_ptr<I> proxyOf(const Answer& answer) {
         [&answer](transaction_code_t code, const AParcel* in, AParcel* out) { return answer(code, in, out); }));
 }
 
-TEST(Contract, FramingGrowsAndShrinks) {
-    // Read over {70, true}: members that the bytes do not have keep these.
-    const struct {
-        const char* name;
-        std::vector<int32_t> words;
-        binder_status_t status;
-        int32_t int1;
-        bool flag1;
-        int32_t position;
-        int32_t start = 0;
-    } kCases[] = {
-        {"any non-zero is true", {12, 7, 256}, STATUS_OK, 7, true, 12},
-        {"newer writer", {16, 7, 0, 99}, STATUS_OK, 7, false, 16},
-        {"older writer", {8, 7, 0}, STATUS_OK, 7, true, 8},
-        {"ends inside the last member", {9, 7, 0}, STATUS_OK, 7, false, 9},
-        {"runs past the data", {1000, 7, 0}, STATUS_OK, 7, false, 1000},
-        {"ends at the last position", {0, kMax - 4, 7, 0}, STATUS_OK, 7, false, kMax, 4},
-        {"ends behind the last position", {0, kMax - 3, 7, 0}, STATUS_BAD_VALUE, 70, true, 8, 4},
-        {"size 3", {3, 7, 0}, STATUS_BAD_VALUE, 70, true, 4},
-        {"last member missing", {12, 7}, STATUS_NOT_ENOUGH_DATA, 7, false, 8},
-    };
-    for (const auto& expected : kCases) {
-        SCOPED_TRACE(expected.name);
-        const ndk::ScopedAParcel parcel = parcelOf(expected.words);
-        AParcel_setDataPosition(parcel.get(), expected.start);
-        BatteryState record{70, true};
-        EXPECT_EQ(record.readFromParcel(parcel.get()), expected.status);
-        EXPECT_EQ(record.int1, expected.int1);
-        EXPECT_EQ(record.flag1, expected.flag1);
-        EXPECT_EQ(AParcel_getDataPosition(parcel.get()), expected.position);
-    }
-}
-
 // What does not list every member once does not compile as a record.
 struct Twice {
     int32_t int1 = 0, int2 = 0;
@@ -299,38 +266,6 @@ TEST(Contract, AReadThatFailsKeepsTheObject) {
     AParcel_setDataPosition(null.get(), 0);
     EXPECT_EQ(IRequest::readFromParcel(null.get(), &object), STATUS_OK);
     EXPECT_EQ(object, nullptr);
-}
-
-TEST(Contract, MalformedCalls) {
-    const struct {
-        const char* name;
-        transaction_code_t code;
-        std::vector<int32_t> words;
-        binder_status_t status;
-    } kCases[] = {
-        {"the last argument in half", 9, {1, 2, 3}, STATUS_NOT_ENOUGH_DATA},
-        {"null record", 12, {0, 12, 7, 0}, STATUS_UNEXPECTED_NULL},
-        {"any other marker is a record", 12, {-9, 12, 7, 0}, STATUS_OK},
-        {"size below its own", 12, {1, 3, 7, 0}, STATUS_BAD_VALUE},
-        {"size past any position", 12, {1, kMax, 7, 0}, STATUS_BAD_VALUE},
-        {"null list", 3, {1, -1}, STATUS_UNEXPECTED_NULL},
-        {"count above the bytes left", 3, {1, 5, 1}, STATUS_NO_MEMORY},
-        {"null descriptor", 15, {0}, STATUS_UNEXPECTED_NULL},
-        {"words of a descriptor", 15, {1, 0, 0x66642a85, 0, 0, 0, 0, 0}, STATUS_BAD_TYPE},
-        {"null bytes", 17, {1, -1}, STATUS_UNEXPECTED_NULL},
-        {"length above the bytes left", 17, {1, 5, 0}, STATUS_NO_MEMORY},
-    };
-    int calls = 0;
-    const auto proxy = recorderOf<IOrvixService>([&](const auto&, const auto&) { ++calls; });
-    for (const auto& expected : kCases) {
-        SCOPED_TRACE(expected.name);
-        calls = 0;
-        const ndk::ScopedAParcel in = parcelOf(expected.words);
-        const binder_status_t status =
-            onTransact<IOrvixService>(proxy->asBinder().get(), expected.code, in.get(), nullptr);
-        EXPECT_EQ(status, expected.status);
-        EXPECT_EQ(calls, expected.status == STATUS_OK ? 1 : 0);
-    }
 }
 
 }  // namespace
