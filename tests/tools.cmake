@@ -13,3 +13,6 @@ add_test(NAME aidl_files
          COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/aidl_files_test.py ${CMAKE_SOURCE_DIR}/aidl
                  ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:orvix-parcel>)
 needs(aidl_files orvix-parcel)
+
+# The reader of device logs: Python only.
+add_test(NAME logcat COMMAND /usr/bin/python3 ${CMAKE_CURRENT_SOURCE_DIR}/logcat_test.py)
