@@ -10,6 +10,7 @@ import itertools
 import json
 import os
 import re
+import shlex
 import sys
 from pathlib import Path
 
@@ -78,7 +79,7 @@ def main(build):
         transcript, write_end = os.pipe()
         stage.listen(transcript, "transcript")
         recorder = f"-agentpath:{build / 'lib/libjvm_recorder.so'}=/proc/self/fd/{write_end}"
-        app = stage.start_app(options=recorder, pass_fds=[write_end])
+        app = stage.start_app(options=shlex.quote(recorder), pass_fds=[write_end])
         os.close(write_end)
         play("load", sections("transcripts/load.txt")["good"])
         play_scenes("natives.txt", app, slice(1))  # unbound

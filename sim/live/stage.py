@@ -6,6 +6,7 @@ process has ended that nobody told to. Beyond that there is a limit against what
 is generous; ORVIX_PATIENCE multiplies it.
 """
 
+import collections
 import dataclasses
 import json
 import os
@@ -22,8 +23,8 @@ LIMIT = 300 * float(os.environ.get("ORVIX_PATIENCE", 1))  # seconds
 LOG_LINE = re.compile(r"\d\d-\d\d [\d:.]{12} +\d+ +\d+ (?P<priority>\w) (?P<tag>\S+) *: (?P<message>.*)")
 
 
-class Unmet(Exception):
-    """What was waited for did not come, or a process has ended."""
+class Unmet(SystemExit):
+    """What was waited for did not come, or a process has ended. Uncaught, its text ends the program."""
 
 
 @dataclasses.dataclass
@@ -46,6 +47,7 @@ class Half:
         self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                         **{"stderr": subprocess.STDOUT} | more)
         os.set_blocking(self.process.stdin.fileno(), False)
+        self.last_lines = collections.deque(maxlen=5)
         self.ended = False  # all that it had printed has been read
         self.may_end = False
         stage.listen(self.process.stdout.fileno(), name, self)
@@ -61,10 +63,15 @@ class Half:
             except BlockingIOError:
                 pass
             except BrokenPipeError as error:
-                raise Unmet(f"the {self.role} takes no input any more") from error
+                raise self.unmet("the input is read") from error
             return not data
 
         self.stage.wait(f"the {self.role} reads its input", typed)
+
+    def unmet(self, what):
+        """For what cannot come any more, as this half has ended or is about to."""
+        code = self.wait_exit()[0]
+        return Unmet(f"{what}: the {self.role} has ended, exit code {code}, with " + " / ".join(self.last_lines))
 
     def hear(self, name, since=0):
         """The numbers of the first line with this name, of those from the line of this number on."""
@@ -145,7 +152,10 @@ class Stage:
                 data = b"\n" if key.data["unread"] else b""  # what ends without one is a line as well
             *lines, key.data["unread"] = (key.data["unread"] + data).split(b"\n")
             for line in lines:
-                self._take(key.data["source"], line.decode(errors="replace"))
+                text = line.decode(errors="replace")
+                if key.data["half"]:
+                    key.data["half"].last_lines.append(text)
+                self._take(key.data["source"], text)
             if at_end and key.data["half"]:
                 key.data["half"].ended = True
 
@@ -175,8 +185,7 @@ class Stage:
         while not (result := done()):
             for half in self._halves:
                 if half.ended and not half.may_end:
-                    half.may_end = True  # which has been told now
-                    raise Unmet(f"{what}: the {half.role} has ended, exit code {half.process.wait()}")
+                    raise half.unmet(what)
             if time.monotonic() > end:
                 raise Unmet(f"{what}: not within {LIMIT:g} s (ORVIX_PATIENCE multiplies this)")
             self.pump(every)
