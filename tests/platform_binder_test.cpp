@@ -221,15 +221,9 @@ class Remote : public testing::Test {
 
 TEST(Binder, ChecksComeInTheDevicesOrder) {
     const ndk::SpAIBinder binder = newBinder(), other = newBinder(), none;
-    const struct {
-        const char* what;
-        const ndk::SpAIBinder& prepared;
-        const ndk::SpAIBinder& called;
-        transaction_code_t code;
-        binder_flags_t flags;
-        bool withOut;
-        binder_status_t status;
-    } cases[] = {
+    // What is wrong, the binder that it is prepared for, the one that is called, code, flags, a place for the answer.
+    using Binder = const ndk::SpAIBinder&;
+    const std::tuple<const char*, Binder, Binder, transaction_code_t, binder_flags_t, bool, binder_status_t> cases[] = {
         {"all flags", binder, binder, kEcho, 0x10000021, true, STATUS_OK},
         {"code 0, and all else wrong", binder, none, 0, 2, false, STATUS_UNKNOWN_TRANSACTION},
         {"code too high", binder, binder, 0x01000000, 0, true, STATUS_UNKNOWN_TRANSACTION},
@@ -241,12 +235,12 @@ TEST(Binder, ChecksComeInTheDevicesOrder) {
     };
     ndk::ScopedAParcel out;
     AParcel* in = nullptr;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        ASSERT_EQ(STATUS_OK, AIBinder_prepareTransaction(c.prepared.get(), &in));
-        EXPECT_EQ(c.status, AIBinder_transact(c.called.get(), c.code, &in, c.withOut ? out.getR() : nullptr, c.flags));
+    for (const auto& [what, prepared, called, code, flags, withOut, status] : cases) {
+        SCOPED_TRACE(what);
+        ASSERT_EQ(STATUS_OK, AIBinder_prepareTransaction(prepared.get(), &in));
+        EXPECT_EQ(status, AIBinder_transact(called.get(), code, &in, withOut ? out.getR() : nullptr, flags));
         EXPECT_EQ(nullptr, in);
-        EXPECT_EQ(c.status == STATUS_OK, out.get() != nullptr);
+        EXPECT_EQ(status == STATUS_OK, out.get() != nullptr);
         out.set(nullptr);
     }
     EXPECT_EQ(STATUS_UNEXPECTED_NULL, AIBinder_transact(binder.get(), kEcho, &in, out.getR(), 0));
@@ -261,13 +255,13 @@ TEST_F(Remote, AnswersAsALocalOneDoesExceptOneway) {
         EXPECT_EQ(STATUS_UNKNOWN_ERROR, call(each, kAnswer, words({-5})).status) << "a status that no list has";
         EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, call(each, Code{99}).status);
         const char* args[] = {"some", "text"};
-        char said[9] = {};
         int ends[2];
         ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
-        const ndk::ScopedFileDescriptor from(ends[0]), to(ends[1]);
-        EXPECT_EQ(STATUS_OK, AIBinder_dump(each.get(), to.get(), args, 2));
-        EXPECT_EQ(8, read(from.get(), said, 8));
-        EXPECT_STREQ("sometext", said);
+        const ndk::ScopedFileDescriptor from(ends[0]);
+        EXPECT_EQ(STATUS_OK, AIBinder_dump(each.get(), ndk::ScopedFileDescriptor(ends[1]).get(), args, 2));
+        std::string said;  // until nobody has the other end open any more
+        for (char letter; read(from.get(), &letter, 1) == 1;) said += letter;
+        EXPECT_EQ("sometext", said);
     }
     EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, call(local, Code{99}, words({}), FLAG_ONEWAY).status);
     EXPECT_EQ(STATUS_OK, call(binder, Code{99}, words({}), FLAG_ONEWAY).status) << "nothing of the answer is seen";
@@ -294,11 +288,7 @@ TEST_F(Remote, IsOneObjectAndOneClass) {
 }
 
 TEST_F(Remote, OnlyAMarkAllowsVendorsToCall) {
-    const struct {
-        const char* what;
-        ndk::SpAIBinder binder;
-        binder_status_t status;
-    } cases[] = {
+    const std::tuple<const char*, ndk::SpAIBinder, binder_status_t> cases[] = {
         {"local", newBinder(), STATUS_OK},
         {"local, unmarked", newBinder(false), STATUS_BAD_TYPE},
         {"by name", binder, STATUS_OK},
@@ -306,9 +296,9 @@ TEST_F(Remote, OnlyAMarkAllowsVendorsToCall) {
         {"in a parcel", another(true), STATUS_OK},
         {"in a parcel, unmarked", another(false), STATUS_BAD_TYPE},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.status, call(c.binder, kEcho, words({}), FLAG_PRIVATE_VENDOR).status) << c.what;
-        EXPECT_EQ(STATUS_OK, call(c.binder, kEcho).status) << c.what;
+    for (const auto& [what, each, status] : cases) {
+        EXPECT_EQ(status, call(each, kEcho, words({}), FLAG_PRIVATE_VENDOR).status) << what;
+        EXPECT_EQ(STATUS_OK, call(each, kEcho).status) << what;
     }
 }
 
@@ -479,12 +469,7 @@ TEST_F(Remote, TransactionsAreLimitedToTheByte) {
     ndk::ScopedAParcel token;
     ASSERT_EQ(STATUS_OK, AIBinder_prepareTransaction(binder.get(), token.getR()));
     const size_t around = static_cast<size_t>(AParcel_getDataSize(token.get())) + sizeof(int32_t);
-    const struct {
-        Code code;
-        Writer write;
-        binder_flags_t flags;
-        binder_status_t status;
-    } cases[] = {
+    const std::tuple<Code, Writer, binder_flags_t, binder_status_t> cases[] = {
         {kEcho, bytes(kMaxOneway - around + 4), FLAG_ONEWAY, STATUS_FAILED_TRANSACTION},
         {kEcho, bytes(kMaxOneway - around), FLAG_ONEWAY, STATUS_OK},
         {kEcho, bytes(kMaxTransaction - around + 4), 0, STATUS_FAILED_TRANSACTION},
@@ -492,7 +477,7 @@ TEST_F(Remote, TransactionsAreLimitedToTheByte) {
         {kFill, words({kMaxTransaction}), 0, STATUS_FAILED_TRANSACTION},
         {kFill, words({kMaxTransaction - 4}), 0, STATUS_OK},
     };
-    for (const auto& c : cases) EXPECT_EQ(c.status, call(binder, c.code, c.write, c.flags).status) << &c - cases;
+    for (const auto& [code, write, flags, status] : cases) EXPECT_EQ(status, call(binder, code, write, flags).status);
 }
 
 TEST_F(Remote, AStoppedPeerHoldsNobodyUp) {
@@ -531,17 +516,13 @@ struct RawSocket {
         if (withDescriptor) *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
         sendmsg(fd.get(), &message, MSG_NOSIGNAL);
     }
-    // Whether the other side closes.
-    bool closes() const {
-        pollfd closed{fd.get(), POLLRDHUP, 0};
-        return poll(&closed, 1, static_cast<int>(patience().count())) == 1;
-    }
-    // The status of the answer, or kCloses, or kSilent.
-    int reaction(bool maybeNone) const {
+    // What the other side does: the status of its answer, or kCloses, or kSilent.
+    int reaction(int event = POLLIN, milliseconds time = patience()) const {
         FrameHeader header;
-        pollfd ready{fd.get(), POLLIN, 0};
-        if (poll(&ready, 1, maybeNone ? 50 : static_cast<int>(patience().count())) == 0) return kSilent;
-        return recv(fd.get(), &header, sizeof(header), MSG_WAITALL) == sizeof(header) ? header.status : kCloses;
+        pollfd ready{fd.get(), static_cast<short>(event), 0};
+        if (poll(&ready, 1, static_cast<int>(time.count())) == 0) return kSilent;
+        const bool answers = event == POLLIN && recv(fd.get(), &header, sizeof(header), MSG_WAITALL) == sizeof(header);
+        return answers ? header.status : kCloses;
     }
 };
 
@@ -572,12 +553,7 @@ TEST_F(Remote, BrokenFramesCloseTheConnectionAndNothingElse) {
     };
     const std::string room(64, 'x');
     const FrameHeader call = callTo(2, kEcho), oneway{.type = Transaction, .target = 2, .code = kEcho};
-    const struct {
-        const char* what;
-        std::string bytes;
-        int reaction;
-        bool withDescriptor = false;
-    } cases[] = {
+    const std::tuple<const char*, std::string, int> cases[] = {
         {"noise", room, kCloses},
         {"half a header", frameOf(call).substr(0, 20), kSilent},
         {"no such type", frameOf({.type = FrameType(9)}), kCloses},
@@ -591,7 +567,6 @@ TEST_F(Remote, BrokenFramesCloseTheConnectionAndNothingElse) {
         {"no such kind", frameOf(call, room, {{0, ObjectKind(7), 1, 0}}), kCloses},
         {"a binder that was never given", frameOf(call, room, {{0, Receivers, 77, 0}}), kCloses},
         {"a descriptor that did not come", frameOf(call, room, {{0, Descriptor, 0, 0}}), kCloses},
-        {"a descriptor of no object", frameOf({.type = Release}), kCloses, true},
         {"an answer to no question", frameOf({.type = Reply, .sequence = 5}), kCloses},
         {"thanks for nothing", frameOf({.type = Done, .sequence = 100}), kCloses},
         {"release of the unknown", frameOf({.type = Release, .sequence = 1, .target = 77}), kSilent},
@@ -604,16 +579,17 @@ TEST_F(Remote, BrokenFramesCloseTheConnectionAndNothingElse) {
         {"a reserved code", frameOf(callTo(2, LAST_CALL_TRANSACTION + 1), dataOf(1)), STATUS_UNKNOWN_TRANSACTION},
         {"a good call", frameOf(call, dataOf(1)), STATUS_OK},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& [what, bytes, reaction] : cases) {
         const RawSocket raw;
-        raw.send(c.bytes, c.withDescriptor);
-        EXPECT_EQ(c.reaction, raw.reaction(c.reaction == kSilent));
-        EXPECT_EQ(6, echo(binder, 6));
+        raw.send(bytes);
+        EXPECT_EQ(reaction, raw.reaction(POLLIN, reaction == kSilent ? milliseconds(50) : patience())) << what;
+        EXPECT_EQ(6, echo(binder, 6)) << what;
     }
-    const RawSocket deaf;
+    const RawSocket giving, deaf;
+    giving.send(frameOf({.type = Release}), true);
+    EXPECT_EQ(kCloses, giving.reaction()) << "a descriptor of no object";
     for (int i = 0; i < 60; ++i) deaf.send(frameOf(callTo(2, kFill), dataOf(500'000)));
-    EXPECT_TRUE(deaf.closes()) << "answers that nobody reads are kept up to a limit";
+    EXPECT_EQ(kCloses, deaf.reaction(POLLRDHUP)) << "answers that nobody reads are kept up to a limit";
 }
 
 TEST_F(Remote, OtherUsersAreRefused) {
@@ -623,7 +599,7 @@ TEST_F(Remote, OtherUsersAreRefused) {
     setfsuid(0);
     const RawSocket raw;
     syscall(SYS_setresuid, -1, 0, -1);
-    EXPECT_TRUE(raw.closes());
+    EXPECT_EQ(kCloses, raw.reaction());
 }
 
 TEST(Folder, MustBePrivate) {

@@ -102,6 +102,9 @@ TEST(Parcel, PositionsAndRawBytes) {
     AParcel_setDataPosition(parcel.get(), 2);
     EXPECT_EQ(STATUS_OK, AParcel_writeInt32(parcel.get(), -1));
     EXPECT_EQ("0102ffffffff0000", hexOf(contentOf(parcel.get()))) << "an odd place is written all the same";
+    AParcel_setDataPosition(parcel.get(), 0);
+    EXPECT_EQ(STATUS_OK, AParcel_writeByteArray(parcel.get(), reinterpret_cast<const int8_t*>(bytes), 1));
+    EXPECT_EQ("0100000004000000", hexOf(contentOf(parcel.get()))) << "no old bytes in the padding";
     AParcel_setDataPosition(parcel.get(), INT32_MAX);
     EXPECT_EQ(STATUS_NO_MEMORY, AParcel_writeInt32(parcel.get(), 1));
     AParcel_setDataPosition(parcel.get(), 0);
@@ -109,6 +112,9 @@ TEST(Parcel, PositionsAndRawBytes) {
     EXPECT_EQ(STATUS_OK, AParcel_writeParcelFileDescriptor(parcel.get(), STDIN_FILENO));
     EXPECT_EQ(lowest.get() + 1, lowest.dup().get()) << "its own has a high number";
     EXPECT_EQ(STATUS_INVALID_OPERATION, AParcel_marshal(parcel.get(), bytes, 0, 1)) << "objects are no bytes";
+    AParcel_setDataPosition(parcel.get(), 28);
+    EXPECT_EQ(STATUS_OK, AParcel_writeInt32(parcel.get(), 1));
+    EXPECT_EQ(STATUS_OK, AParcel_marshal(parcel.get(), bytes, 0, 1)) << "what is written over is no object any more";
 }
 
 TEST(Parcel, ARecycledJavaParcelThrows) {
