@@ -6,15 +6,14 @@
 
 #include <csignal>
 #include <cstdint>
-#include <limits>
+#include <tuple>
 
 #include "aidl/Records.h"
 #include "client/EventSemaphore.h"
 
 namespace {
 
-constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
-constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+constexpr int32_t kMin = INT32_MIN, kMax = INT32_MAX;
 
 // The parcel of this test: it is where it was put until something is read or written, and at end from then on.
 int32_t end = 0;
@@ -51,11 +50,9 @@ binder_status_t across(int32_t from, int32_t to, bool writes) {
 }
 
 TEST(RecordSize, OverflowEndsTheProcess) {
-    EXPECT_EXIT((void)across(kMin, 0, true), kAborted, "");
-    EXPECT_EXIT((void)across(-2, kMax, true), kAborted, "");
-    EXPECT_EXIT((void)across(kMax, -2, true), kAborted, "");
-    EXPECT_EXIT((void)across(kMin, 0, false), kAborted, "");
-    EXPECT_EXIT((void)across(-2, kMax, false), kAborted, "");
+    const std::tuple<int32_t, int32_t, bool> cases[] = {
+        {kMin, 0, true}, {-2, kMax, true}, {kMax, -2, true}, {kMin, 0, false}, {-2, kMax, false}};
+    for (const auto& [from, to, writes] : cases) EXPECT_EXIT((void)across(from, to, writes), kAborted, "") << from;
     // The largest that fits does not.
     EXPECT_EQ(STATUS_OK, across(-1, kMax - 1, true));
     EXPECT_EQ(kMax, written);
@@ -63,9 +60,7 @@ TEST(RecordSize, OverflowEndsTheProcess) {
 }
 
 TEST(SemaphoreCount, OverflowEndsTheProcess) {
-    constexpr uint64_t kFull = std::numeric_limits<uint64_t>::max();
-    EXPECT_EXIT(orvix::EventSemaphore(kFull).release(), kAborted, "");
-    orvix::EventSemaphore almost(kFull - 1);
+    orvix::EventSemaphore almost(UINT64_MAX - 1);
     almost.release();
     EXPECT_EXIT(almost.release(), kAborted, "");
     almost.acquire();
