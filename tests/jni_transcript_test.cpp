@@ -21,52 +21,24 @@ namespace {
 
 using namespace orvix;
 
-// How a section comes about that is not played in the usual way.
-struct Scene {
-    std::function<void()> prepare;    // what happens before the transcript begins
-    std::function<void()> play = {};  // empty: the section's calls in tests/scenes
-};
-
-// The sections of a file: "== name" and lines up to the next one. Empty lines and the head are not part of any.
+// The sections of a file: "== name" and lines up to the next one, without empty ones. What stands before the first, but
+// for comments, is the section without a name.
 std::map<std::string, std::string> sectionsOf(const std::string& path) {
     std::ifstream stream(path);
     std::map<std::string, std::string> sections;
-    std::string* current = nullptr;
+    std::string* current = &sections[""];
     for (std::string line; std::getline(stream, line);) {
         if (line.starts_with("== ")) {
             current = &sections[line.substr(3)];
-        } else if (current != nullptr && !line.empty()) {
+        } else if (!line.empty() && !line.starts_with('#')) {
             *current += line + '\n';
         }
     }
     return sections;
 }
-std::map<std::string, std::string> scenesOf(const std::string& file) { return sectionsOf(TEST_SCENES "/" + file); }
-
-void play(const std::string& calls);
-
-// Plays the sections of a file, each with a fresh client, and compares their transcripts whole. What is not unusual is
-// prepared so, and its calls are in tests/scenes.
-void compare(const std::string& file, void (*prepare)(), const std::map<std::string, Scene>& unusual) {
-    const auto sections = sectionsOf(TEST_TRANSCRIPTS "/" + file), calls = scenesOf(file);
-    for (const auto& [name, transcript] : sections) {
-        const auto found = unusual.find(name);
-        const Scene scene = found == unusual.end() ? Scene{prepare} : found->second;
-        fake::reset();
-        scene.prepare();
-        fake::clearLines();
-        scene.play ? scene.play() : play(calls.at(name));
-        std::string played;
-        for (const std::string& line : fake::lines()) played += line + '\n';
-        EXPECT_EQ(transcript, played) << file << ", " << name;
-        EXPECT_EQ(quiet::script.misuse, decltype(quiet::script.misuse){}) << "misuse that was to be seen";
-    }
-    for (const auto& [name, scene] : unusual) EXPECT_TRUE(sections.contains(name)) << file << ", " << name;
+std::map<std::string, std::string> scenesOf(const std::string& name) {
+    return sectionsOf(TEST_SCENES "/" + name + ".txt");
 }
-
-// ---- what happens before
-
-void nothing() {}
 
 AidlClient* gEarlier = nullptr;  // the client before the last load; its storage stays
 
@@ -103,23 +75,9 @@ void bound() {
     bindAndUp();
 }
 
-void attachFails() { quiet::script.attach = JNI_ERR; }
-void noObject() { quiet::script.allocObject = false; }
-auto after(void (*before)(), std::function<void()> change) {
-    return [=] {
-        before();
-        change();
-    };
-}
-
-// ---- what happens
-
-void handle(const CallbackEvent& event) {
-    gAidlClient->pushEv(event);
+void handle(int32_t code) {
+    gAidlClient->pushEv({.type = code});
     gAidlClient->handleEvents();
-}
-auto handling(const CallbackEvent& event) {
-    return [=] { handle(event); };
 }
 
 // What Java hands over for a value of a scene; of a record it is a parcel.
@@ -170,129 +128,113 @@ const std::map<std::string, void (*)(const std::string&, const sim::Json&)> kNat
     {"queryStats", native<>},
     {"sendBlobToMirel", native<jint, sim::Bytes>}};
 
-// Calls of a scene, one a line: a native method or a request of the service, and its arguments.
-void play(const std::string& calls) {
-    std::istringstream lines(calls);
+// What else happens in scenes.
+const std::map<std::string, void (*)(const sim::Json&)> kSteps = {
+    {"load", [](const auto&) { load(); }},
+    {"loaded", [](const auto&) { loaded(); }},
+    {"serve", [](const auto& status) { registerOne<IOrvixService>(status[0]); }},
+    {"bind", [](const auto&) { gAidlClient->bindToService(); }},
+    {"bound", [](const auto&) { bound(); }},
+    {"push", [](const auto& code) { gAidlClient->pushEv({.type = code[0]}); }},
+    {"handle", [](const auto&) { gAidlClient->handleEvents(); }},
+    {"event", [](const auto& code) { handle(code[0]); }},
+    {"pause", [](const auto& time) { std::this_thread::sleep_for(std::chrono::milliseconds(time[0])); }},
+    // What the VM and the platform answer from then on.
+    {"getEnv", [](const auto& result) { quiet::script.getEnv = result[0].template get<jint>(); }},
+    {"registerNatives", [](const auto& result) { quiet::script.registerNatives = result[0]; }},
+    {"attach", [](const auto& result) { quiet::script.attach = result[0].template get<jint>(); }},
+    {"allocObject", [](const auto& can) { quiet::script.allocObject = can[0]; }},
+    {"missing",
+     [](const auto& names) {
+         quiet::script.missing = {names.begin(), names.end()};
+     }},
+    {"misuse",
+     [](const auto& texts) {
+         quiet::script.misuse = {texts.begin(), texts.end()};
+     }},
+    {"tagSocket", [](const auto& result) { fake::script.tagSocket = result[0]; }},
+    {"nullServices", [](const auto& times) { fake::script.nullServices = times[0].template get<int>(); }},
+    {"serveAnotherTwice",
+     [](const auto&) {
+         registerOne<IRequest>();
+         fake::script.then = [](const std::string&) {
+             if (fake::count("binder associateClass") == 2) registerOne<IOrvixService>();
+         };
+     }},
+    {"death",
+     [](const auto&) {
+         AidlClient::deathCallback(nullptr);
+         gAidlClient->handleEvents();
+     }},
+    // An earlier client was linked; events are handled as they come until the next callback is registered.
+    {"died",
+     [](const auto&) {
+         AidlClient::deathCallback(gEarlier);
+         for (int i = 0; i < 10000 && fake::count("transact 1 ") == 0; ++i) {
+             gAidlClient->handleEvents();
+             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+         }
+     }},
+    {"cutParcels", [](const auto&) {
+         AParcel* const atItsEnd = AParcel_create();
+         NetworkStatsParams{7, true, true, "lost", {1, 2}}.writeToParcel(atItsEnd);
+         AParcel* const ending = AParcel_create();
+         for (const int32_t word : {64, 7, 1}) AParcel_writeInt32(ending, word);
+         AParcel_setDataPosition(ending, 0);
+         const jobjectArray parcels = fake::array({fake::parcel(atItsEnd), fake::parcel(ending)});
+         quiet::callNative(quiet::env(), "sendNetworkStatsForAllUids", -1, parcels);
+     }}};
+
+// Steps, one a line: each is one of the above, a native method or a request of the service's, with its arguments.
+void play(const std::string& steps) {
+    std::istringstream lines(steps);
     for (std::string name, arguments; lines >> name && std::getline(lines, arguments);) {
         const sim::Json values = sim::parseJson(arguments);
-        if (kNatives.contains(name)) kNatives.at(name)(name, values);
-        sim::forEachMethod<IRequest>([&](const auto& method) {
-            if (name != method.name) return;
-            sim::ArgumentsOf<decltype(method)> typed;
-            sim::fromJson(values, typed);
-            EXPECT_TRUE(orvix_test::call(method, *ndk::SharedRefBase::make<OrvixCallback>(), typed).isOk());
-            gAidlClient->handleEvents();
-        });
+        if (kSteps.contains(name)) {
+            kSteps.at(name)(values);
+        } else if (kNatives.contains(name)) {
+            kNatives.at(name)(name, values);
+        } else {
+            bool known = false;
+            sim::forEachMethod<IRequest>([&](const auto& method) {
+                if (name != method.name) return;
+                known = true;
+                sim::ArgumentsOf<decltype(method)> typed;
+                sim::fromJson(values, typed);
+                EXPECT_TRUE(orvix_test::call(method, *ndk::SharedRefBase::make<OrvixCallback>(), typed).isOk());
+                gAidlClient->handleEvents();
+            });
+            EXPECT_TRUE(known) << name;
+        }
     }
 }
 
-TEST(Transcript, Load) {
-    const auto missing = [](const char* name) { return [=] { quiet::script.missing = {name}; }; };
-    const auto noClass = [] {
-        quiet::script.missing = {"SorvixAidlClient"};
-        quiet::script.misuse = {"GetMethodID of a null class", "AllocObject of a null class"};
-    };
-    compare(
-        "load.txt", nothing,
-        {{"good", {nothing, load}},
-         {"GetEnv fails", {[] { quiet::script.getEnv = JNI_EVERSION; }, load}},
-         {"JniHelper missing", {missing("JniHelper"), load}},
-         {"RegisterNatives negative", {[] { quiet::script.registerNatives = -1; }, load}},
-         {"SorvixAidlClient missing: the load succeeds, every call-out fails at its look-up",
-          {noClass, after(loaded, handling({.type = 1}))}},
-         {"second load: what the first client had queued is lost, and nothing of the VM is released",
-          {after(load, [] { gAidlClient->pushEv({.type = 1}); }), after(load, [] { gAidlClient->handleEvents(); })}}});
-}
+// Plays the scenes of a file, each with a fresh client, and compares their transcripts whole. What stands before "--"
+// is the preparation; without it, the file's own.
+class Transcript : public testing::TestWithParam<const char*> {};
 
-TEST(Transcript, Requests) {
-    const auto nobody = [] {
-        for (const int32_t code : {5, 6, 25, -2}) handle({.type = code});
-    };
-    const auto twice = [] {
-        handle({.type = 1});
-        quiet::script.attach = JNI_OK;
-        handle({.type = 1});
-    };
-    const auto getEnvFails = [] { quiet::script.getEnv = JNI_EVERSION; };
-    const auto noMethod = [] {
-        quiet::script.missing = {"startUidStatsPolling"};
-        quiet::script.misuse = {"AllocObject with an exception pending", "CallVoidMethod of a null method"};
-    };
-    compare("requests.txt", loaded,
-            {{"codes that belong to nobody", {loaded, nobody}},
-             {"a thread that is attached already: detached all the same", {load, handling({.type = 1})}},
-             {"attach fails: the event is lost, the next one tries again", {after(loaded, attachFails), twice}},
-             {"GetEnv fails", {after(loaded, getEnvFails), handling({.type = 1})}},
-             {"method missing: called with a null identifier", {after(loaded, noMethod), handling({.type = 8})}},
-             {"no object: not called, and no argument made", {after(loaded, noObject), handling({.type = 21})}}});
-}
-
-const std::string kUnbound = "unbound: every one but initialize";
-
-TEST(Transcript, Natives) {
-    const auto cut = [] {
-        AParcel* const atItsEnd = AParcel_create();
-        NetworkStatsParams{7, true, true, "lost", {1, 2}}.writeToParcel(atItsEnd);
-        AParcel* const ending = AParcel_create();
-        for (const int32_t word : {64, 7, 1}) AParcel_writeInt32(ending, word);
-        AParcel_setDataPosition(ending, 0);
-        const jobjectArray parcels = fake::array({fake::parcel(atItsEnd), fake::parcel(ending)});
-        quiet::callNative(quiet::env(), "sendNetworkStatsForAllUids", -1, parcels);
-    };
-    compare("natives.txt", bound,
-            {{kUnbound, {loaded}},
-             {"a parcel at its end and one that is cut: sent as far as they could be read", {bound, cut}}});
-}
-
-// The service dies, and an earlier client was linked; events are handled as they come until the next callback is
-// registered.
-void died() {
-    AidlClient::deathCallback(gEarlier);
-    for (int i = 0; i < 10000 && fake::count("transact 1 ") == 0; ++i) {
-        gAidlClient->handleEvents();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+TEST_P(Transcript, IsWhatTheLibraryDoes) {
+    const std::string between = "--\n";
+    auto transcripts = sectionsOf(TEST_TRANSCRIPTS "/" + std::string(GetParam()) + ".txt");
+    const auto scenes = scenesOf(GetParam());
+    EXPECT_EQ(transcripts.size(), scenes.size());
+    transcripts.erase("");
+    for (const auto& [name, transcript] : transcripts) {
+        SCOPED_TRACE(name);
+        const size_t end = scenes.at(name).find(between);
+        fake::reset();
+        play(end == std::string::npos ? scenes.at("") : scenes.at(name).substr(0, end));
+        fake::clearLines();
+        play(end == std::string::npos ? scenes.at(name) : scenes.at(name).substr(end + between.size()));
+        std::string played;
+        for (const std::string& line : fake::lines()) played += line + '\n';
+        EXPECT_EQ(transcript, played);
+        EXPECT_EQ(quiet::script.misuse, decltype(quiet::script.misuse){}) << "misuse that was to be seen";
     }
 }
 
-TEST(Transcript, Availability) {
-    const auto bind = [] { gAidlClient->bindToService(); };
-    const auto diedForGood = [] {
-        AidlClient::deathCallback(nullptr);
-        gAidlClient->handleEvents();
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        play("queryStats []");
-    };
-    const auto notThere = [] { fake::script.nullServices = 3; };
-    const auto otherInterface = [] {
-        registerOne<IRequest>();
-        fake::script.then = [](const std::string&) {
-            if (fake::count("binder associateClass") == 2) registerOne<IOrvixService>();
-        };
-    };
-    const auto refusing = [] { registerOne<IOrvixService>(STATUS_PERMISSION_DENIED); };
-    compare(
-        "availability.txt", nothing,
-        {{"bound and up", {served, bindAndUp}},
-         {"down, bound again, up", {bound, died}},
-         {"down while unbound: no unlink, Java told all the same", {served, died}},
-         {"up while unbound: Java told, nothing registered", {served, handling({.type = 0})}},
-         {"attach fails in up: no callback registered", {after(served, attachFails), bindAndUp}},
-         {"attach fails in down: unbound for good", {after(bound, attachFails), diedForGood}},
-         {"no object in up: not told, registered all the same", {after(served, noObject), bindAndUp}},
-         {"no object in down: not told, bound again all the same", {after(bound, noObject), died}},
-         {"no service found three times: asked again at once, silently", {after(served, notThere), bind}},
-         {"a binder of another interface twice: asked again at once, silently", {after(loaded, otherInterface), bind}},
-         {"registerRequest refused: nobody is told", {after(loaded, refusing), bindAndUp}}});
-}
-
-TEST(Transcript, Sockets) {
-    const auto ask = handling({.type = 23, .socketInfo = {7, 10123, 0, 0, 1}});
-    const auto tagFails = [](int status) { return after(bound, [=] { fake::script.tagSocket = status; }); };
-    compare("sockets.txt", bound,
-            {{"tagging fails: neither sent nor closed", {tagFails(-1), ask}},
-             {"tagging fails with another error", {tagFails(-EACCES), ask}},
-             {"unbound: no socket is made", {loaded, ask}}});
-}
+INSTANTIATE_TEST_SUITE_P(Of, Transcript, testing::Values("load", "requests", "natives", "availability", "sockets"),
+                         [](const auto& tested) { return std::string(tested.param); });
 
 // What other threads do meanwhile at a call that leaves the library: they call it, ask of it, and bind, for which
 // serviceLock must be free.
@@ -324,9 +266,10 @@ TEST(Locks, AreFreeAtEveryCallOutOfTheLibrary) {
         ADD_FAILURE() << "a lock is held at " << line;
         std::quick_exit(1);
     };
-    play(scenesOf("natives.txt").at(kUnbound));
+    const std::string natives = scenesOf("natives").at("unbound: every one but initialize");
+    play(natives.substr(natives.find("sendRadioStatus")));
     play("sendBlobToMirel [5,\"hex:01\"]");
-    for (int32_t code = kSendBlobToApk; code >= kServiceDown; --code) handle({.type = code});
+    for (int32_t code = kSendBlobToApk; code >= kServiceDown; --code) handle(code);
     EXPECT_EQ(calls, 23u);
     EXPECT_EQ(transactions, 16u);
 }

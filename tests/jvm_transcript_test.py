@@ -71,10 +71,14 @@ def main(build):
             failures.extend([f"{title}: not {one}, but {other}" for one, other in pairs if one != other][:1])
             begin = len(stage.lines)
 
-        def play_scenes(file, half, which=slice(None)):
+        def play_scenes(file, half, prepared=False):
+            """Those without a preparation of their own; or the first one, behind its."""
             transcripts = sections(f"transcripts/{file}")
-            for title, calls in list(sections(f"scenes/{file}").items())[which]:
-                play(title, transcripts[title], half, calls)
+            for title, steps in sections(f"scenes/{file}").items():
+                if prepared:
+                    return play(title, transcripts[title], half, steps[steps.index("--"):])
+                if "--" not in steps:
+                    play(title, transcripts[title], half, steps)
 
         transcript, write_end = os.pipe()
         stage.listen(transcript, "transcript")
@@ -82,10 +86,10 @@ def main(build):
         app = stage.start_app(options=shlex.quote(recorder), pass_fds=[write_end])
         os.close(write_end)
         play("load", sections("transcripts/load.txt")["good"])
-        play_scenes("natives.txt", app, slice(1))  # unbound
+        play_scenes("natives.txt", app, prepared=True)  # unbound
         service = stage.start_service()
         play("bound and up", availability["bound and up"])
-        play_scenes("natives.txt", app, slice(1, None))
+        play_scenes("natives.txt", app)
         play_scenes("requests.txt", service)
         play_scenes("sockets.txt", service)
         service.kill()

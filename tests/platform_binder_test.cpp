@@ -307,7 +307,9 @@ TEST_F(Remote, ForgetsWhatNobodyHolds) {
     for (int round = 0; round < 100; ++round) {
         const ndk::SpAIBinder mine = newBinder();
         const auto give = [&](AParcel* p) { AParcel_writeStrongBinder(p, mine.get()); };
-        ASSERT_EQ(STATUS_OK, call(binder, kHold, give, round % 2 == 0 ? binder_flags_t{FLAG_ONEWAY} : 0).status);
+        for (const binder_flags_t flags : {binder_flags_t{0}, binder_flags_t{FLAG_ONEWAY}}) {  // given twice, held once
+            ASSERT_EQ(STATUS_OK, call(binder, kHold, give, flags).status);
+        }
         ASSERT_TRUE(eventually([&] { return call(binder, kGiveBack).binder == mine; }));
     }
     EXPECT_TRUE(eventually([] { return living == 1; })) << "only the last one is held: " << living;
@@ -556,6 +558,7 @@ TEST_F(Remote, BrokenFramesCloseTheConnectionAndNothingElse) {
     const std::tuple<const char*, std::string, int> cases[] = {
         {"noise", room, kCloses},
         {"half a header", frameOf(call).substr(0, 20), kSilent},
+        {"another protocol", frameOf({.magic = 1, .type = Release}), kCloses},
         {"no such type", frameOf({.type = FrameType(9)}), kCloses},
         {"as much as a transaction holds", frameOf({.type = Transaction, .dataSize = kMaxTransaction}), kSilent},
         {"more", frameOf({.type = Transaction, .dataSize = kMaxTransaction + 1}), kCloses},
