@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "Trace.h"
 #include "Transport.h"
 
 namespace standin {
@@ -28,11 +29,24 @@ void append(std::vector<uint8_t>& bytes, const T& value) {
 
 bool isOneway(const FrameHeader& header) { return header.sequence == 0; }
 
+// The same on both sides: the sender and its number tell one transaction from all others.
+std::string sectionName(const char* what, pid_t sender, const FrameHeader& header, const AIBinder& target) {
+    const AIBinder_Class* const clazz = target.clazz;
+    return std::string(what) + ' ' + std::to_string(sender) + '.' + std::to_string(header.number) + ' ' +
+           (clazz == nullptr ? "?" : clazz->descriptor) + ' ' + std::to_string(header.code);
+}
+
 }  // namespace
 
 bool Connection::peerLives() const {
     pollfd gone{mSocket.get(), POLLRDHUP, 0};
     return mOpen && poll(&gone, 1, 0) == 0;
+}
+
+pid_t Connection::peer() const {
+    ucred credentials{};
+    socklen_t size = sizeof(credentials);
+    return getsockopt(mSocket.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 ? credentials.pid : 0;
 }
 
 // ---- Out ----
@@ -142,8 +156,13 @@ binder_status_t Connection::transact(const RemoteBinder& target, uint32_t code, 
     if (mQueuedBytes > kMaxQueuedForCalls || mSent[oneway] + cost > kMaxPending[oneway]) {
         return STATUS_FAILED_TRANSACTION;
     }
-    const FrameHeader header{
-        .type = FrameType::Transaction, .sequence = oneway ? 0 : ++mLastSequence, .target = target.id, .code = code};
+    static std::atomic<uint32_t> numbers;
+    const FrameHeader header{.type = FrameType::Transaction,
+                             .sequence = oneway ? 0 : ++mLastSequence,
+                             .target = target.id,
+                             .code = code,
+                             .number = traced() ? ++numbers : 0};
+    const Section section([&] { return sectionName("transact", getpid(), header, target); });
     Outgoing frame;
     const binder_status_t status = encode(header, in, frame);
     if (status != STATUS_OK) return status;
@@ -290,7 +309,10 @@ void Connection::serve(const ndk::SpAIBinder& target, const FrameHeader& header,
     AParcel out;
     AParcel parcel{std::move(in), nullptr};
     binder_status_t status = STATUS_DEAD_OBJECT;
-    if (target.get() != nullptr) status = target.get()->transact(header.code, parcel, out, 0);
+    if (target.get() != nullptr) {
+        const Section section([&] { return sectionName("serve", peer(), header, *target.get()); });
+        status = target.get()->transact(header.code, parcel, out, 0);
+    }
 
     const std::lock_guard lock(mLock);
     const size_t cost = costOf(header.dataSize);

@@ -9,6 +9,7 @@
 
 #include "Faults.h"
 #include "Object.h"
+#include "Trace.h"
 #include "Transport.h"
 
 struct AIBinder_DeathRecipient {
@@ -61,7 +62,10 @@ void deliver(const std::shared_ptr<Link>& link) {
         link->binder->deathTold = true;
         link->binder->alive = false;
     }
-    link->onDied(link->cookie);
+    {
+        const Section section([&] { return "death " + std::to_string(link->binder->connection->peer()); });
+        link->onDied(link->cookie);
+    }
     take([&](const auto& each) { return each == link; });
 }
 

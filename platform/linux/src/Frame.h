@@ -35,7 +35,7 @@ struct FrameHeader {
     uint32_t target = 0;
     uint32_t code = 0;
     int32_t status = 0;
-    uint32_t unused = 0;
+    uint32_t number = 0;  // of a traced transaction, among its sender's
 };
 static_assert(sizeof(FrameHeader) == 40);
 

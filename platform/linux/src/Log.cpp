@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "Trace.h"
+
 namespace {
 
 constexpr size_t kMaxMessage = 1024;  // with its terminator, as on the device
@@ -26,9 +28,10 @@ std::string prefixOf(int32_t priority, const char* tag) {
     std::strftime(time, sizeof(time), "%m-%d %H:%M:%S", &local);
     const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
     char text[128];
-    std::snprintf(text, sizeof(text), "%s.%03ld %5d %5ld %c %-8s: ", time, now.tv_usec / 1000, getpid(),
-                  syscall(SYS_gettid), known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?',
-                  tag == nullptr ? "" : tag);
+    // Traced, with microseconds, as `logcat -v threadtime -v usec`.
+    std::snprintf(text, sizeof(text), "%s.%0*ld %5d %5ld %c %-8s: ", time, standin::traced() ? 6 : 3,
+                  now.tv_usec / (standin::traced() ? 1 : 1000), getpid(), syscall(SYS_gettid),
+                  known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?', tag == nullptr ? "" : tag);
     return text;
 }
 

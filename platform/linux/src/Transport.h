@@ -32,6 +32,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     bool isOpen() const { return mOpen; }
     // Asks the socket itself: the reading thread may not have noticed yet.
     bool peerLives() const;
+    // Its process.
+    pid_t peer() const;
 
     // Two-way: waits, and the answer is the peer's. One-way: STATUS_OK as soon as the peer can be expected to get it.
     binder_status_t transact(const RemoteBinder& target, uint32_t code, const Parcel& in, Parcel& out, bool oneway);

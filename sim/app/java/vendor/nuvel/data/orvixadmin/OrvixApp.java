@@ -2,6 +2,7 @@ package vendor.nuvel.data.orvixadmin;
 
 import android.os.Parcel;
 import android.os.Parcelable;
+import android.os.Trace;
 
 import java.io.BufferedOutputStream;
 import java.io.BufferedReader;
@@ -34,7 +35,7 @@ import vendor.nuvel.data.orvixservice.TelephonyInfoParams;
  * The sample application: loads the library, takes the native methods as verbs on standard input and prints every call
  * that comes back from the library.
  *
- * <p>Of the platform it uses android.os.Parcel alone, and of that only what Android's own has.
+ * <p>Of the platform it uses android.os.Parcel and Trace alone, and of those only what Android's own has.
  */
 public final class OrvixApp {
     private static final String USAGE = "usage: OrvixApp [--json]   (verbs on standard input; help lists them)";
@@ -165,6 +166,7 @@ public final class OrvixApp {
 
     // Runs on the library's thread, one call at a time.
     private void printCallOut(String method, Object... args) {
+        Trace.beginSection("SorvixAidlClient." + method);
         if (json) {
             out.println("{\"java\":\"" + method + "\",\"args\":[" + join(",", Values::toJson, args) + "]}");
         } else {
@@ -176,6 +178,7 @@ public final class OrvixApp {
                 availability.notifyAll();
             }
         }
+        Trace.endSection();
     }
 
     private static String join(String separator, Function<Object, String> form, Object... args) {
@@ -230,10 +233,13 @@ public final class OrvixApp {
                 passed[i] = Arrays.stream(records).map(record -> parcelOf(record, parcels)).toArray(Parcel[]::new);
             }
         }
+        Trace.beginSection("JniHelper." + method.getName());
         try {
             method.invoke(null, passed);
         } catch (ReflectiveOperationException e) {
             throw new AssertionError(method + " cannot be called", e);
+        } finally {
+            Trace.endSection();
         }
         parcels.forEach(Parcel::recycle);
     }

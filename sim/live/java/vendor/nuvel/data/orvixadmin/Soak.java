@@ -1,6 +1,7 @@
 package vendor.nuvel.data.orvixadmin;
 
 import android.os.Parcel;
+import android.os.Trace;
 import java.io.BufferedReader;
 import java.io.IOException;
 import java.io.InputStreamReader;
@@ -52,7 +53,9 @@ public final class Soak {
     private static void traffic(int thread, SplittableRandom random) {
         for (long sequence = 1;; sequence++) {
             sent.set(thread, sequence);
+            Trace.beginSection("JniHelper, report " + sequence + " of thread " + thread);
             send(thread, sequence);
+            Trace.endSection();
             LockSupport.parkNanos(random.nextLong(250_000, 750_000));
         }
     }
@@ -78,11 +81,13 @@ public final class Soak {
     }
 
     private static void called(String method, Object... args) {
+        Trace.beginSection("SorvixAidlClient." + method);
         if (method.equals("onIServiceBinderAvailable")) {
             System.out.println((boolean) args[0] ? "available 1" : "available 0");
         } else {
             System.out.println("request " + numberOf(method, args));
         }
+        Trace.endSection();
     }
 
     /** The number in a request, or -1 if it is not what was sent. */
