@@ -1,12 +1,20 @@
-#!/usr/bin/env python3
-"""The demo and the sample application as a user starts them: exit codes, answers to bad input, what is left behind.
+#!/usr/bin/python3
+"""The demo and the sample application as a user starts them: exit codes, answers to bad input, what they write and what
+they leave behind.
 
 usage: live_test.py BUILD
 """
+import collections
+import json
 import os
+import random
+import re
+import signal
 import subprocess
 import sys
 import tempfile
+import time
+import xml.etree.ElementTree
 from pathlib import Path
 
 SIM = Path(__file__).resolve().parent.parent / "sim"
@@ -19,8 +27,9 @@ BAD = {  # typed: in the answer
     'sendNetworkStatsForAllUids 1 [{"uid":"x"}]': "member [0].uid must be an int (-2147483648 to 2147483647), not",
     "sendNetworkInfo 1 {": "argument info (NetworkInfo): not well-formed JSON near $",
 }
+UNDRAWN = {"getFdforUID", "getSocketFd"}  # no Java method is called of them
 RUNS = [  # command, environment, input, exit code, in the last lines of the output
-    ("live/demo.py --build {}", {}, "", 0, ["15/15", "23/23", "22/22", "1 and 1"]),
+    ("live/demo.py --build {0} --trace {1}.json --picture {1}.svg", {}, "", 0, ["15/15", "23/23", "22/22", "1 and 1"]),
     ("live/demo.py --build {}", {"ORVIX_PATIENCE": "0.0001"}, "", 1, ["FAILED: everything came: ", "not within 0.03 s"]),
     ("live/demo.py --build {}", {"JDK_JAVA_OPTIONS": "-Xnone"}, "", 1, ["exit code 1, with ", "Unrecognized option"]),
     ("app/run", {}, "\n".join(BAD), 2, BAD.values()),
@@ -30,18 +39,97 @@ RUNS = [  # command, environment, input, exit code, in the last lines of the out
 ]
 
 
+def trace_events(path):
+    """The events of a file of trace events, and what breaks the rules by which a viewer reads it."""
+    events = json.loads(Path(path).read_text())["traceEvents"]
+    timed = [event for event in events if event["ph"] != "M"]
+    wrong = ["times are not in order"] if timed != sorted(timed, key=lambda event: event["ts"]) else []
+    ends, flows = collections.defaultdict(list), collections.defaultdict(str)
+    for event in timed:
+        open_spans = ends[event["pid"], event.get("tid")]
+        while open_spans and open_spans[-1] <= event["ts"]:
+            open_spans.pop()
+        if event["ph"] == "X":
+            end = round(event["ts"] + event["dur"], 3)
+            if open_spans and end > open_spans[-1]:
+                wrong.append(f"outlives what it is in: {event}")
+            open_spans.append(end)
+        elif event["ph"] in "stf":
+            flows[event["id"]] += event["ph"]
+            if not open_spans:
+                wrong.append(f"is within no span: {event}")
+        elif event["ph"] == "C" and event["args"]["events"] < 0:
+            wrong.append(f"is below nothing: {event}")
+    wrong += [f"flow {number} goes {way}" for number, way in flows.items() if not re.fullmatch("st*f", way)]
+    return events, wrong
+
+
+def run_faults(log, files):
+    """What the trace and the picture of a demo lack of what its log says."""
+    events, faults = trace_events(f"{files}.json")
+    reports, = (int(line.split()[2]) for line in log if " requests typed; " in line)
+    asked = {line.split()[3].split("(")[0] for line in log if line.startswith("service  | -> ")}
+    flown = {event["name"] for event in events if event["ph"] == "f"}
+    counted = {
+        "reports": (sum(event["name"] == "JniHelper.sendFGNetworkInfo" for event in events), reports + 1),
+        "queue's last": ([event["args"]["events"] for event in events if event["ph"] == "C"][-1], 0),
+        "requests without a flow": (asked - flown, set()),
+    } | {name: (sum(event["name"] == name for event in events), count) for name, count in (
+        ("SIGKILL", 1), ("Java has been told: service down", 1), ("Java has been told: service up", 2))}
+    faults += [f"{name}: {got}, not {wanted}" for name, (got, wanted) in counted.items() if got != wanted]
+    drawn = {text.strip() for text in xml.etree.ElementTree.parse(f"{files}.svg").getroot().itertext()}
+    return faults + [f"{text} is not drawn" for text in {"SIGKILL", "5. A death and a return", *asked} - drawn - UNDRAWN]
+
+
+def early_ends(build):
+    """Signals at random moments, a reader that goes away: the exit code, and that no process and no folder is left."""
+    with tempfile.TemporaryDirectory() as folder:
+        demos = []
+        for end in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGTERM, signal.SIGPIPE):
+            demos.append((end, random.uniform(0.1, 1.2), subprocess.Popen(
+                [SIM / "live/demo.py", "--build", build], env=os.environ | {"TMPDIR": folder}, stdout=subprocess.PIPE,
+                stderr=subprocess.STDOUT)))
+        begin = time.monotonic()
+        for end, when, demo in sorted(demos, key=lambda each: each[1]):
+            time.sleep(max(0, begin + when - time.monotonic()))
+            if end == signal.SIGPIPE:
+                demo.stdout.readline()
+                demo.stdout.close()
+            elif not demo.poll():
+                demo.send_signal(end)
+        faults = []
+        for end, when, demo in demos:
+            said = "" if end == signal.SIGPIPE else demo.stdout.read().decode()
+            late, code = "expectations held" in said, demo.wait()
+            # -end: it had not begun, or was done.
+            if code not in (128 + end, -end, 0 if late else None) or (code != -end and "Traceback" in said):
+                faults.append(f"{end} after {when:.2f} s: exit {demo.returncode}\n{said[-2000:]}")
+        left = os.listdir(folder) + [path.parent.name for path in Path("/proc").glob("[0-9]*/environ")
+                                     if folder.encode() in readable(path) and path.parent.name != str(os.getpid())]
+    return faults + [f"left: {left}"] if left else faults
+
+
+def readable(path):
+    try:
+        return path.read_bytes()
+    except OSError:  # it has ended, or is another user's
+        return b""
+
+
 def main(build):
-    faults = []
+    faults = early_ends(build)
     for command, environment, text, code, texts in RUNS:
-        words = [word.format(build) for word in command.split()]
         with tempfile.TemporaryDirectory() as folder:
+            files = f"{folder}/run"
+            words = [word.format(build, files) for word in command.split()]
             settings = {"ORVIX_BUILD": build, "TMPDIR": folder, "ORVIX_BINDER_DIR": folder} | environment
             done = subprocess.run([SIM / words[0], *words[1:]], input=text, text=True,
                                   env=os.environ | settings, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-            output, left = "\n".join(done.stdout.splitlines()[-20:]), os.listdir(folder)
+            wrong = run_faults(done.stdout.splitlines(), files) if "--trace" in command and not done.returncode else []
+            output, left = "\n".join(done.stdout.splitlines()[-20:]), set(os.listdir(folder)) - {"run.json", "run.svg"}
         missing = [text for text in texts if text not in output]
-        if done.returncode != code or missing or left:
-            faults.append(f"{command} {environment}: exit {done.returncode}, lacks {missing}, leaves {left}\n{output}")
+        if done.returncode != code or missing or left or wrong:
+            faults.append(f"{command} {environment}: exit {done.returncode}, lacks {missing}, leaves {left}, {wrong}\n{output}")
     sys.exit("\n".join(faults) or None)
 
 

@@ -1,36 +1,33 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """The whole story, live: a Java application and a service in two processes, every native method, every request, a death
 and a recovery, on the data of this machine.
 
-Exit 0 when every expectation held; else 1, and those that did not are named at the end.
+On a terminal it is told for a person, in about twenty seconds; else as a log. Exit 0 when every expectation held; else 1,
+and those that did not are named at the end.
 """
+
+import ending  # the first: from here on SIGINT has no traceback
 
 import argparse
 import json
-import re
-import signal
 import socket
 import sys
 import time
 from pathlib import Path
 
+import tracefile
+import view
 from stage import SIM, Stage, Unmet
+from timeline import INTERFACES, JAVA_METHODS, NATIVES, Timeline
 
-JAVA = "sim/app/java/vendor/nuvel/data/orvixadmin"
-# What there is to be seen, by its declarations.
-NATIVES, JAVA_METHODS, REQUESTS = (
-    set(re.findall(rf"{kind} void (\w+)\(", (SIM.parent / file).read_text()))
-    for kind, file in (("native", f"{JAVA}/JniHelper.java"), ("public", f"{JAVA}/SorvixAidlClient.java"),
-                       ("oneway", "aidl/vendor/nuvel/data/orvixservice/IRequest.aidl")))
-COLOURS = {"java": 32, "library": 36, "platform": 90, "service": 33, "demo": 1}
 UNKNOWN = -1  # a number that this machine does not tell
 
 
 class Checks:
     """Named expectations; what they counted for the closing table."""
 
-    def __init__(self, say):
-        self.say = say
+    def __init__(self, shown):
+        self.shown = shown
         self.held = 0
         self.failed = []
         self.natives, self.requests, self.java_methods = set(), set(), set()
@@ -38,52 +35,11 @@ class Checks:
     def check(self, name, held, detail=""):
         if held:
             self.held += 1
-            self.say(f"held: {name}")
+            self.shown.held(name)
         else:
             self.failed.append(f"{name}{': ' if detail else ''}{detail}")
-            self.say(f"FAILED: {self.failed[-1]}")
+            self.shown.failed(self.failed[-1])
         return held
-
-
-class Printer:
-    """Tells at a glance whose line it is; colour only on a terminal."""
-
-    def __init__(self):
-        self.colour = sys.stdout.isatty()
-        self.quiet = lambda line: False
-        self.hidden = 0
-
-    def line(self, source, text):
-        prefix = f"{source:<8} |"
-        if self.colour:
-            prefix = f"\x1b[{COLOURS[source]}m{prefix}\x1b[0m"
-        print(prefix, text, flush=True)
-
-    def say(self, text):
-        self.line("demo", text)
-
-    def show(self, line):
-        if self.quiet(line):
-            self.hidden += 1
-            return
-        value = line.value
-        for kind, arrow in (("java", "<-"), ("native", "->"), ("call", "<-")):
-            if kind in value and "args" in value:
-                arguments = ", ".join(json.dumps(a, ensure_ascii=False, separators=(",", ":")) for a in value["args"])
-                self.line(line.source, f"{arrow} {value[kind]}({arguments})")
-                return
-        if "event" in value:
-            self.line(line.source, f".. {value['event']} {value.get('request', '')} {value.get('status', '')}".rstrip())
-        elif "socket" in value:
-            got = value["socket"]
-            self.line(line.source, f".. socket {got['id']}: {got['family']} {got['type']} {got['protocol']}, "
-                      f"{'used' if got['usable'] else 'NOT usable'} on loopback")
-        elif "absent" in value:
-            self.line(line.source, f".. this machine has no {value['absent']}: {value['native']} is left to the demo")
-        elif not value:
-            self.line(line.source, line.text)
-        elif "request" not in value:  # the demo has shown what it typed
-            self.line(line.source, line.text)
 
 
 def read(path):
@@ -102,11 +58,11 @@ def java(value):
 
 
 class Demo:
-    def __init__(self, build, printer):
-        self.printer = printer
-        self.checks = Checks(printer.say)
+    def __init__(self, build, shown, timeline=None):
+        self.shown, self.timeline = shown, timeline
+        self.checks = Checks(shown)
         self.check = self.checks.check
-        self.stage = Stage(build, printer.show)
+        self.stage = Stage(build, shown.show, timeline)
         self.boot_id = read("/proc/sys/kernel/random/boot_id").replace("-", "")
         self.sockets = []
         self.times = {}
@@ -125,14 +81,16 @@ class Demo:
                 self.check("everything came", False, str(unmet))
         return self.close()
 
-    def title(self, text):
-        self.printer.say("")
-        self.printer.say(f"== {text}")
+    def chapter(self, title, sentence):
+        self.shown.chapter(title, sentence)
+        if self.timeline:
+            self.timeline.chapter(title)
 
     # -- the chapters
 
     def start(self):
-        self.title("the service, then the application: it loads the library and calls initialize")
+        self.chapter("1. The start", "The service registers; the application loads the library and calls initialize. "
+                     "The library finds the service, tells Java, and hands the service a callback.")
         stage = self.stage
         self.service = stage.start_service()
         stage.wait("the service is registered", lambda: stage.find(event="ready"))
@@ -146,7 +104,8 @@ class Demo:
         self.start_took = time.monotonic() - self.app.started
 
     def from_java(self):
-        self.title("the application tells the service about this machine")
+        self.chapter("2. Java to the service", "Each native method, with what this machine has to tell: the library "
+                     "makes one one-way call of it, and Java never waits for the service.")
         stage = self.stage
         begin = len(stage.lines)
         self.app.say("sendMachineData")
@@ -183,13 +142,14 @@ class Demo:
         begin = len(stage.lines)
         for name, args in typed:
             words = [value if isinstance(value, str) else java(value) for value in args]
-            self.printer.line("java", f"-> {name}({', '.join(words)})")
+            self.shown.typed("java", name, words)
             self.app.say(" ".join([name, *words]))
         stage.wait("the rest is at the service", lambda: len(stage.calls(begin)) >= len(typed))
         self.compare(typed, stage.calls(begin))
 
     def from_service(self):
-        self.title("the service asks the application: every request")
+        self.chapter("3. The service to Java", "Each request goes into the library's queue and is answered at once; one "
+                     "thread takes it out and calls Java, one request at a time, in the service's order.")
         stage = self.stage
         counters = [int(read(f"/sys/class/net/lo/statistics/{name}") or 0)
                     for name in ("rx_bytes", "tx_bytes", "rx_packets", "tx_packets")]
@@ -240,11 +200,12 @@ class Demo:
             self.checks.requests.add("getFdforUID")
 
     def ask_sockets(self):
-        self.title("sockets: made and tagged by the library, used by the service")
+        self.chapter("4. Sockets", "The service asks for a socket on behalf of a UID; the library makes and tags it and "
+                     "passes it on, without Java. The service sends a packet through each.")
         stage = self.stage
         for number, family in enumerate(("inet", "inet6")):
             if family == "inet6" and not loopback6():
-                self.printer.say("this machine has no IPv6 loopback: IPv4 only")
+                self.shown.say("this machine has no IPv6 loopback: IPv4 only")
                 continue
             for kind, code in (("dgram", 2), ("stream", 1)):
                 begin = len(stage.lines)
@@ -261,11 +222,12 @@ class Demo:
             self.checks.requests.add("getSocketFd")
 
     def kill_under_traffic(self):
-        self.title("the service is killed with SIGKILL under traffic in both directions, and restarted")
-        stage, printer = self.stage, self.printer
+        self.chapter("5. A death and a return", "The service is killed under traffic in both directions, and started "
+                     "again: Java is told both. What Java reports in between is lost, and says so.")
+        stage, shown = self.stage, self.shown
         carried = ("sendFGNetworkInfo", "startUidStatsPolling")
         noise = ("handleEvent", "isThreadAttached", "jni ", "getJavaCallbackClass", "new aidl event", *carried)
-        printer.quiet = lambda line: any(name in line.text for name in noise)
+        shown.quiet = lambda line: any(name in line.text for name in noise)
         begin = len(stage.lines)
         natives = requests = due = 0
 
@@ -287,13 +249,13 @@ class Demo:
         traffic("a hundred requests are at Java", lambda: len(stage.call_outs(begin)) >= 100)
         killed = time.monotonic()
         self.service.kill()
-        printer.say("SIGKILL")
+        shown.event("service", "is killed: SIGKILL", alive=False)
         typed_before = requests
         down = traffic("Java is told false", lambda: self.told(begin, False), both=False)
         died = len(stage.lines)
 
-        printer.say("restart")
         self.service.wait_exit()
+        shown.event("service", "is started again")
         self.service = stage.start_service()
         registered = traffic("the restarted service gets a callback",
                              lambda: stage.find(died, call="registerRequest"), both=False)
@@ -307,8 +269,8 @@ class Demo:
                    lambda: ("startUidStatsPolling", [requests]) in stage.call_outs(after))
         stage.wait("the last report is at the service",
                    lambda: any(args[2] == natives for name, args in stage.calls(after) if name == carried[0]))
-        printer.quiet = lambda line: False
-        printer.say(f"{natives} reports and {requests} requests typed; {printer.hidden} lines about them not shown")
+        shown.quiet = lambda line: False
+        shown.say(f"{natives} reports and {requests} requests typed; {shown.hidden} lines about them not shown")
 
         self.deaths = self.availability(begin).count([False])
         self.recoveries = self.availability(begin).count([True])
@@ -332,16 +294,19 @@ class Demo:
         self.times["restart to registerRequest"] = registered.when - self.service.started
 
     def end(self):
-        self.title("the end: both are asked to go")
+        self.chapter("6. The end", "The application's input ends, and so does its Java VM, whatever the library's threads "
+                     "are at; the service is asked to quit.")
         stage = self.stage
         self.app.end_of_input()
         code, took = self.app.wait_exit()
+        self.shown.event("java", f"has ended with its input: exit code {code} after {took * 1000:.0f} ms", alive=False)
         # Or, where the machine is slow, sooner than it started.
         self.check("after the end of input the JVM ends at once with exit code 0",
                    code == 0 and took < max(2, self.start_took), f"exit code {code} after {took:.3f} s")
         self.times["end of input to the JVM's end"] = took
         self.service.say("quit")
         code, _ = self.service.wait_exit()
+        self.shown.event("service", f"has quit: exit code {code}", alive=False)
         self.check("the service ends with exit code 0", code == 0, f"exit code {code}")
         complaints = [line.text for line in stage.lines if "WARNING in native" in line.text or "FATAL" in line.text]
         self.check("the JVM's own check of JNI has no complaint", not complaints, "; ".join(complaints[:3]))
@@ -351,7 +316,7 @@ class Demo:
     def ask(self, name, args):
         words = [f'"{value}"' if isinstance(value, str) and " " in value else
                  value if isinstance(value, str) else java(value) for value in args]
-        self.printer.line("service", f"-> {name}({', '.join(words)})")
+        self.shown.typed("service", name, words, shows=name not in ("getFdforUID", "getSocketFd"))
         self.service.say(" ".join([name, *words]))
 
     def compare(self, sent, got):
@@ -373,29 +338,27 @@ class Demo:
         return sum(int(read(path) or 0) for path in Path("/sys/class/net").glob("*/statistics/rx_bytes"))
 
     def close(self):
-        checks, say = self.checks, self.printer.say
+        checks = self.checks
         rows = [
             ("native methods", f"{len(checks.natives)}/{len(NATIVES)}"),
-            ("requests", f"{len(checks.requests)}/{len(REQUESTS)}"),
+            ("requests", f"{len(checks.requests)}/{len(INTERFACES['IRequest'])}"),
             ("Java methods reached", f"{len(checks.java_methods)}/{len(JAVA_METHODS)}"),
             ("deaths and recoveries", f"{self.deaths} and {self.recoveries}"),
             ("sockets used", f"{sum(self.sockets)}/{len(self.sockets)}"),
             *((name, f"{seconds * 1000:.1f} ms") for name, seconds in self.times.items()),
         ]
-        for name, got, wanted in (("native method", checks.natives, NATIVES), ("request", checks.requests, REQUESTS),
+        for name, got, wanted in (("native method", checks.natives, NATIVES),
+                                  ("request", checks.requests, INTERFACES["IRequest"]),
                                   ("Java method", checks.java_methods, JAVA_METHODS)):
-            unlike = ", ".join(sorted(got ^ wanted))
+            unlike = ", ".join(sorted(got ^ set(wanted)))
             self.check(f"every {name} was seen", not unlike, f"seen or declared only: {unlike}")
-        self.title("in short")
-        for name, value in rows:
-            say(f"  {name:<32}{value:>12}")
-        say("")
-        if checks.failed:
-            for name in checks.failed:
-                say(f"FAILED: {name}")
-            return 1
-        say(f"all {checks.held} expectations held")
-        return 0
+        self.shown.chapter("In short", "What was seen of what is declared, and how long the outage was for Java.")
+        self.shown.table(rows)
+        for name in checks.failed:
+            self.shown.failed(name)
+        if not checks.failed:
+            self.shown.result(f"all {checks.held} expectations held")
+        return 1 if checks.failed else 0
 
 
 def as_call(name, args):
@@ -424,17 +387,30 @@ def loopback6():
 
 def main():
     parser = argparse.ArgumentParser(prog="orvix demo", description=__doc__.split("\n\n")[0])
-    parser.add_argument("--build", default=SIM.parent / "build/run", help="the build folder (build/run)")
-    build = Path(parser.parse_args().build)
+    parser.add_argument("--build", default=SIM.parent / "build/run", type=Path, help="the build folder (build/run)")
+    parser.add_argument("--fast", action="store_true", help="on a terminal, too, as fast as it runs")
+    parser.add_argument("--verbose", action="store_true", help="with the library's log; off a terminal it is always there")
+    parser.add_argument("--picture", type=Path, metavar="FILE.svg", help="draw the run")
+    parser.add_argument("--trace", type=Path, metavar="FILE.json", help="write it as trace events, for ui.perfetto.dev")
+    arguments = parser.parse_args()
     for needed in ("bin/orvix-service", "lib/libOrvixJni.so", "java/orvix-app.jar"):
-        if not (build / needed).exists():
-            sys.exit(f"demo: {build / needed} is missing; build it with: ./orvix build run")
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))
-    try:
-        return Demo(build, Printer()).run()
-    except KeyboardInterrupt:
-        return 128 + signal.SIGINT
+        if not (arguments.build / needed).exists():
+            sys.exit(f"demo: {arguments.build / needed} is missing; build it with: ./orvix build run")
+    shown = view.choose(arguments.verbose, arguments.fast)
+    timeline = Timeline() if arguments.trace or arguments.picture else None
+    code = Demo(arguments.build, shown, timeline).run()
+    if timeline:
+        timeline.finish()
+    if arguments.trace:
+        tracefile.write(timeline, arguments.trace)
+        shown.say(f"wrote {arguments.trace}")
+    if arguments.picture:
+        import picture  # what it draws with takes its time to load
+
+        picture.draw(timeline, arguments.picture)
+        shown.say(f"wrote {arguments.picture}")
+    return code
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(ending.run(main))

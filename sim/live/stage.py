@@ -10,17 +10,20 @@ import collections
 import dataclasses
 import json
 import os
-import re
 import selectors
 import shutil
 import subprocess
+import sys
 import tempfile
 import time
 from pathlib import Path
 
 SIM = Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(SIM.parent / "device/logcat"))
+import lines  # noqa: E402
+from ending import interruptible  # noqa: E402
+
 LIMIT = 300 * float(os.environ.get("ORVIX_PATIENCE", 1))  # seconds
-LOG_LINE = re.compile(r"\d\d-\d\d [\d:.]{12} +\d+ +\d+ (?P<priority>\w) (?P<tag>\S+) *: (?P<message>.*)")
 
 
 class Unmet(SystemExit):
@@ -43,14 +46,17 @@ class Half:
         self.name = name  # the source of its lines
         self.role = "application" if name == "java" else name
         self.started = time.monotonic()
-        # One pipe for both of its outputs keeps their order.
-        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+        born = stage.timeline and stage.timeline.now()
+        # One pipe for both of its outputs keeps their order; in a group of its own it gets no signal from the terminal.
+        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, process_group=0,
                                         **{"stderr": subprocess.STDOUT} | more)
         os.set_blocking(self.process.stdin.fileno(), False)
         self.last_lines = collections.deque(maxlen=5)
         self.ended = False  # all that it had printed has been read
         self.may_end = False
         stage.listen(self.process.stdout.fileno(), name, self)
+        if stage.timeline:
+            stage.timeline.process(self.process.pid, self.role, born)
 
     def say(self, line):
         """Types a line."""
@@ -94,6 +100,8 @@ class Half:
     def kill(self):
         self.may_end = True
         self.process.kill()
+        if self.stage.timeline:
+            self.stage.timeline.killed(self.process.pid)
 
     def wait_exit(self):
         """The exit code, and the seconds that it took from now. All that was printed has been read then."""
@@ -106,12 +114,16 @@ class Half:
 class Stage:
     """The private folder, the processes in it and every line they print. A context manager: nothing is left behind."""
 
-    def __init__(self, build, show=lambda line: None, **environment):
+    def __init__(self, build, show=lambda line: None, timeline=None, **environment):
         self.build = Path(build).resolve()
         self.show = show
+        self.timeline = timeline  # is told what is logged when, and the processes run traced
         self.lines = []
         self.folder = tempfile.mkdtemp(prefix="orvix-")
         self.environment = os.environ | {"ORVIX_BINDER_DIR": self.folder, "ORVIX_BUILD": str(self.build)} | environment
+        if timeline:
+            self.environment["ORVIX_TRACE"] = "1"
+        self._reader = lines.Reader()
         self._selector = selectors.DefaultSelector()
         self._halves = []
 
@@ -144,7 +156,9 @@ class Stage:
 
     def pump(self, seconds=0.0):
         """Takes what is there, waiting at most so long for the first of it."""
-        for key, _ in self._selector.select(seconds):
+        with interruptible():
+            ready = self._selector.select(seconds)
+        for key, _ in ready:
             data = os.read(key.fd, 1 << 16)
             at_end = not data
             if at_end:
@@ -158,14 +172,20 @@ class Stage:
                 self._take(key.data["source"], text)
             if at_end and key.data["half"]:
                 key.data["half"].ended = True
+                if self.timeline:
+                    self.timeline.ended(key.data["half"].process.pid)
 
     def _take(self, source, text):
         value = {}
         if text.startswith("{"):
             value = json.loads(text)
-        elif match := LOG_LINE.fullmatch(text):
-            source = "library" if match["tag"] == "orvixJni" else "platform"
-            text = f"{match['priority']} {match['message']}"
+        elif (record := self._reader.line(text)) and record.tid:
+            if self.timeline:
+                self.timeline.line(record)
+            if record.tag == "trace":
+                return
+            source = "library" if record.tag == lines.TAG else "platform"
+            text = f"{record.priority} {record.message}"
         line = Line(time.monotonic(), source, text, value)
         self.lines.append(line)
         self.show(line)
