@@ -1,8 +1,11 @@
 #!/usr/bin/python3
 """The reader of device logs: its table of lines against the library's source, its formats, its statements.
 
-usage: logcat_test.py
+usage: logcat_test.py [--seed N]
 """
+import collections
+import dataclasses
+import random
 import re
 import sys
 import unittest
@@ -11,6 +14,9 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "device/logcat"))
 import lines  # noqa: E402
+import logcat  # noqa: E402
+from story import Log  # noqa: E402
+from system import System  # noqa: E402
 
 # One record in the formats of adb logcat: what each keeps of time, thread and UID.
 FORMATS = {
@@ -57,5 +63,268 @@ class Lines(unittest.TestCase):
                                            37_230.25 if "time" in keeps else None, "orvixJni"))
 
 
+@dataclasses.dataclass
+class Line:
+    """A line of a simulated run, and what is true of it."""
+
+    time: float
+    tid: int
+    text: str  # priority and message
+    absence: int | None = None  # that a death begins, a binding ends, a call is lost in; 0 is that before the first
+    hold: float | None = None  # how long this event will hold the dispatch thread
+    untold: bool = False  # Java is not told by this event, and no line says so
+
+    @property
+    def wrong(self):
+        return next((kind for text, kind in WRONG.items() if text in self.text), None)
+
+
+WRONG = {"Failed to attach": "no attach", "JNI ERROR": "no env", "midIs[0]": "no method", "attach thread": "not told",
+         "failed to create": "no socket", "failed to tag": "no tag", "not ready": "not ready"}
+
+
+class Run:
+    """One process: a service that comes and goes, requests, calls, and what can fail, as the library behaves. Knows
+    nothing of the reader."""
+
+    def __init__(self, chance, begin, faults):
+        self.chance, self.faults, self.lines, self.now, self.busy = chance, faults, [], begin, begin
+        self.waiting = [(begin, 0)]  # the times without service: begin, absence, end
+        for text in ("I JNI_OnLoad entry", "D registerNativeMethods", "D JNI_OnLoad exit"):
+            self.write(self.step(), 1234, text)
+        at, absence = self.step(0.05), 0
+        for life in range(chance.randrange(1, 6)):
+            at, absence = self.life(at, absence, 1251 + life, chance.random() < 0.25)
+            if at is None:
+                break
+        self.end = max(self.now, self.busy) + chance.choice((0, 8))
+        self.waiting[-1] += (self.end,)
+        self.calls(begin + 0.1)
+        self.lines.sort(key=lambda line: line.time)
+
+    def step(self, most=0.004):
+        self.now += self.chance.uniform(0.0001, most)
+        return self.now
+
+    def write(self, *line, **true):
+        self.lines.append(Line(*line, **true))
+        return self.lines[-1]
+
+    def event(self, arrives, code, wrong="", absence=None):
+        """On the dispatch thread; its first line."""
+        chance, name, at = self.chance, lines.EVENTS[code], max(arrives, self.busy) + 0.00005
+        if arrives > self.busy or chance.random() < 0.1:
+            self.write(at, 1240, "D new aidl event arrived")
+        begin = first = self.write(at, 1240, f"D handleEvent {code}", untold=wrong == "nobody told")
+        texts = ["D isThreadAttached start", "D jni detached", "D jni attached", f"D {name} start",
+                 "D getJavaCallbackClass start", f"D getJavaCallbackClass End midIs[{int(wrong != 'no method')}]"]
+        if code in (0, -1):
+            texts[3:4] = []
+            texts.insert(0, "D handleServiceUp start" if code == 0 else "D handleServiceDown start")
+        if code == 23:
+            texts = {"no socket": ["E failed to create socket, error: Permission denied"],
+                     "no tag": ["D successfully created socket", "E failed to tag socket with uid, error: -1"]}.get(
+                wrong, ["D successfully created socket", "D successfully mapped socket to uid(10123)"])
+        elif wrong in ("no attach", "no env"):
+            texts = texts[:texts.index("D jni detached")] + {
+                "no attach": ["D jni detached", "E Failed to attach jni"], "no env": ["E JNI ERROR, -3"]}[wrong]
+            texts += ["E attach thread FAILED"] * (code in (0, -1))
+        for text in texts:
+            at += chance.uniform(0.00001, 0.0003)
+            line = self.write(at, 1240, text)
+            if "ServiceDown" in text:
+                line.absence, first = absence, line
+        if "End" in texts[-1]:
+            at += chance.choice((0.0005, 0.003, 0.04, 1.3 if self.faults and chance.random() < 0.1 else 0.001))
+            if chance.random() < 0.2:
+                self.write(at - 0.0001, 1240, "D sendNetworkInfo RatType 1")  # called from the Java method
+            if code in (0, -1) and wrong != "nobody told":
+                self.write(at, 1240, "I initialize callback success")
+        begin.hold, self.busy = at - begin.time, at + 0.00002
+        return first
+
+    def life(self, bind, absence, binder, at_once):
+        """From a binding to the next one: its time and the absence that it ends. at_once: the service dies before the
+        thread that has bound says so, and Java hears of it in the other order."""
+        chance, self.now, said = self.chance, bind, bind + self.chance.uniform(0.0001, 0.003)
+        self.waiting[-1] += (bind,)
+        if at_once:
+            died, absence = bind + 0.00003, absence or 1
+        else:
+            self.write(said, binder, "D bindToService is successful", absence=absence)
+            wrong = self.faults and chance.choice(("", "", "", "", "no attach", "nobody told")) or ""
+            self.event(said, 0, wrong)
+            for _ in range(0 if wrong == "no attach" else chance.randrange(12)):
+                code = chance.choice([code for code in lines.EVENTS if code > 0])
+                self.event(self.step(chance.choice((0.001, 0.3))), code, self.faults and chance.random() < 0.2 and
+                           chance.choice(("no socket", "no tag") if code == 23 else tuple(WRONG.values())[:3]) or "")
+            died, absence = max(self.step(chance.choice((0.01, 3.0))), said), absence + 1
+        final = self.faults and chance.random() < 0.1
+        down = self.event(died, -1, "no attach" if final else "", absence)
+        self.waiting.append((down.time + 0.00005, absence))
+        again = self.busy + 0.0005 + chance.choice((0.001, 0.2, 7.0))
+        if at_once:
+            said = max(said, down.time)
+            self.write(said, binder, "D bindToService is successful")
+            self.event(said, 0)
+            again = max(again, self.busy)
+        return None if final else again, absence
+
+    def calls(self, at):
+        while (at := at + self.chance.choice((0.002, 0.1, 0.9))) < self.end:
+            tid, name = self.chance.choice(((1301, "sendScreenState"), (1302, "sendRadioStatus")))
+            if tid == 1302:
+                self.write(at, tid, f"D {name} start")
+            for begin, absence, end in self.waiting:
+                if begin <= at < end:
+                    self.write(at + 0.0002, tid, f"E {name}: OrvixService is not ready", absence=absence)
+
+
+def render(line, pid):
+    whole, part = divmod(round(line.time * 1000), 1000)
+    tag, text = re.fullmatch(r". (?:(\w+)! )?(.*)", line.text).groups()
+    return (f"11-22 {whole // 3600:02}:{whole // 60 % 60:02}:{whole % 60:02}.{part:03} {pid:5} {line.tid:5} "
+            f"{line.text[0]} {tag or 'orvixJni'}: {text}")
+
+
+GOOD_LOAD = "I JNI_OnLoad entry; D registerNativeMethods; D JNI_OnLoad exit"
+ATTACH = "D isThreadAttached start; D jni detached; D jni attached"
+LOOK_UP = "D getJavaCallbackClass start; D getJavaCallbackClass End midIs[1]"
+UP = f"D handleEvent 0; D handleServiceUp start; {ATTACH}; {LOOK_UP}; I initialize callback success"
+DOWN = UP.replace("0;", "-1;").replace("Up", "Down")
+REQUEST = f"D new aidl event arrived; D handleEvent 3; {ATTACH}; D stopNetworkStatsPolling start; {LOOK_UP}"
+BOUND = f"{GOOD_LOAD}; 50 D bindToService is successful; {UP}"
+FRAMES = "00 pc 0000000000012345  /vendor/lib64/libOrvixJni.so (orvix::f()+12)"
+CASES = {  # "[+SECONDS] [TID] priority [TAG!] message; ...", a millisecond apart: the findings, in their order
+    f"{BOUND}; {REQUEST}; +3 D new aidl event arrived": "",
+    f"{BOUND}; {REQUEST}; +3 D handleEvent 5": "held, no such event",
+    f"{GOOD_LOAD}; +6 D foreign! x": "not bound",
+    f"{BOUND}; {DOWN}; +6 D foreign! x": "not back",
+    f"{BOUND}; {DOWN}; 51 D bindToService is successful; {UP}; {REQUEST}": "",
+    f"{BOUND}; 51 D bindToService is successful": "twice",
+    f"{BOUND}; 41 D new aidl event arrived": "twice",
+    f"{BOUND}; {GOOD_LOAD}; 60 D bindToService is successful; 61 D handleEvent 0": "loaded again",
+    f"{BOUND}; I ActivityManager! Start proc 1234:an.app/u0a1 for x; {GOOD_LOAD}": "",
+    "I JNI_OnLoad entry; E JNI_OnLoad GetEnv failed; " + BOUND: "no jni",
+    BOUND.replace("D jni attached; ", ""): "lines missing",
+    f"{GOOD_LOAD}; {UP}; {REQUEST}": "lines missing",  # the line of the binding
+    BOUND.replace("I initialize callback success", "D new aidl event arrived"): "nobody told",
+    f"{BOUND}; {REQUEST}; I chatty! uid=10123(an.app) Thread-4 expire 12 lines; D getJavaCallbackClass start": "dropped",
+    "I JNI_OnLoad entry; I initialize callback success; I initialize callback success": "filtered",
+    f"{BOUND}; -3600 {DOWN}; +0.5 51 D bindToService is successful; {UP}": "",  # the clock is set
+    f"{GOOD_LOAD}; W SELinux! avc:  denied  {{ find }} for pid=1234 name=vendor.nuvel.data.orvixservice scontext=u:r:orvix_app:s0 "
+    "tcontext=u:object_r:orvix_service:s0 tclass=service_manager permissive=0": "denied",
+    "W SELinux! avc:  denied  { find } for name=foreign scontext=u:r:a:s0 tcontext=u:object_r:b:s0 tclass=c": "",
+    "E servicemanager! Could not find vendor.nuvel.data.orvixservice.IOrvixService/default in the VINTF manifest": "not in VINTF",
+    f"{BOUND}; E libc! fdsan: attempted to close file descriptor 57, expected to be unowned, actually owned": "fdsan",
+    f"{BOUND}; 99 E libc! fdsan: attempted to close file descriptor 57, expected to be unowned, actually owned": "",
+    f"{BOUND}; 7 F DEBUG! pid: 1234, tid: 1240, name: Thread-4  >>> an.app <<<; 7 F DEBUG! signal 6 (SIGABRT), code -1; "
+    f"7 F DEBUG! Abort message: 'ubsan: add-overflow'; 7 F DEBUG! #{FRAMES}": "crash",
+    f"{BOUND}; 7 F DEBUG! pid: 1234, tid: 1240, name: Thread-4  >>> an.app <<<; 7 F DEBUG! #00 pc 0001  /x/libfoo.so": "",
+    f"{GOOD_LOAD}; E AndroidRuntime! java.lang.NoClassDefFoundError: vendor/nuvel/data/orvixadmin/SorvixAidlClient": "no class",
+    'E AndroidRuntime! java.lang.UnsatisfiedLinkError: dlopen failed: library "libOrvixJni.so" not found': "not linked",
+}
+# Of the transcripts' scenes: what is found beside what their lines of priority E say.
+SCENES = {"codes that belong to nobody": 4 * ["no such event"], "method missing": ["no method"], "no object in down": ["nobody told"],
+          "SorvixAidlClient missing": ["no method"]}
+
+
+def simple(text):
+    """The lines of a case."""
+    clock = 36_000.0
+    for later, tid, line in re.findall(r"(?:\+?(-?[\d.]+) )??(?:(\d+) )?([DIEFW] [^;]*)(?:; |$)", text):
+        clock += float(later or 0.001)
+        yield render(Line(clock, int(tid or 40), line), 1234)
+
+
+def told(text):
+    """What the reader says of these lines."""
+    log = Log()
+    system, reader = System(log), lines.Reader()
+    for line in text:
+        if (record := reader.line(line)) and not log.take(record):
+            system.take(record)
+    return logcat.as_json(log, log.close())
+
+
+class Statements(unittest.TestCase):
+    def check(self, shown, document, pid):
+        """shown: by line number, the lines of a process that are in the log. All that is said of it is true."""
+        process, = [one for one in document["processes"] if one["pid"] == pid]
+        found = collections.Counter()
+        for finding in document["findings"]:
+            if finding["pid"] == pid:
+                found[finding["kind"]] += finding["count"]
+        whole = any("OnLoad entry" in line.text for line in shown.values())
+        self.assertEqual(found.pop("begins late", 0), 0 if whole else 1)
+        wrong = collections.Counter(filter(None, (line.wrong for line in shown.values())))
+        self.assertEqual({kind: found.pop(kind, 0) for kind in wrong}, dict(wrong))
+        self.assertLessEqual(found.pop("nobody told", 0), sum(line.untold for line in shown.values()))
+        codes = collections.Counter(int(line.text.split()[2]) for line in shown.values() if "handleEvent" in line.text)
+        self.assertEqual(process["requests"], {lines.EVENTS[code]: n for code, n in codes.items() if code > 0})
+        deaths = {number: line for number, line in shown.items() if "ServiceDown" in line.text}
+        binds = {line.absence: line.time for line in shown.values() if "bindTo" in line.text and line.absence is not None}
+        self.assertEqual(process["deaths"], len(deaths))
+        for outage in process["outages"]:
+            down = deaths[outage["line"]]
+            if outage["over"]:
+                self.assertAlmostEqual(outage["seconds"], binds[down.absence] - down.time, delta=0.002)
+            lost = collections.Counter(line.text[2:].split(":")[0] for number, line in shown.items()
+                                       if line.wrong == "not ready" and line.absence == down.absence and number > outage["line"])
+            self.assertTrue(outage["lost"] == lost if outage["over"] is not None else outage["lost"] <= lost, (outage, lost))
+            self.assertFalse(outage["over"] is False and down.absence in binds)
+        end, begin = max(line.time for line in shown.values()), min(line.time for line in shown.values())
+        if process["bound_after"] is not None:
+            self.assertAlmostEqual(process["bound_after"], binds[0] - begin, delta=0.002)
+        self.assertEqual(process["bound_after"] is None, not whole or 0 not in binds)
+        for held in process["held"].values():
+            self.assertAlmostEqual(held["longest"], shown[held["line"]].hold, delta=0.003)
+        slow = [line for line in shown.values() if (line.hold or 0) > 0.998]
+        self.assertLessEqual(found.pop("held", 0), len(slow))
+        last = max((line.absence for line in deaths.values()), default=None)
+        if found.pop("not back", 0):
+            self.assertNotIn(last, binds)
+        if found.pop("not bound", 0):
+            self.assertFalse(binds or deaths or not whole)
+        self.assertEqual(found, {})
+
+    def test_cases(self):
+        for text, kinds in CASES.items():
+            with self.subTest(text):
+                found = told(simple(text))["findings"]
+                self.assertEqual([one["kind"] for one in found if one["kind"] != "begins late"], kinds.split(", ") if kinds else [])
+
+    def test_transcripts(self):
+        for path in (ROOT / "tests/transcripts").glob("*.txt"):
+            for title, scene in re.findall(r"^== (.*)\n((?:(?!==).*\n?)*)", path.read_text(), re.M):
+                text = re.findall("^log (. .*)", scene, re.M)
+                with self.subTest(title):
+                    expected = [lines.meaning(line[2:])[0].kind for line in text if line[0] == "E"]
+                    expected += next((kinds for name, kinds in SCENES.items() if title.startswith(name)), [])
+                    found = told(render(Line(36_000 + n / 100, 40, line), 1) for n, line in enumerate(text))["findings"]
+                    self.assertEqual(sorted(one["kind"] for one in found for _ in range(one["count"]) if one["wrong"]),
+                                     sorted(expected))
+
+    def test_random_runs_and_cuts(self):
+        """Two processes and foreign lines between theirs, whole and cut: nothing but the truth."""
+        seed = int(sys.argv[1]) if sys.argv[1:] else random.SystemRandom().randrange(1 << 30)
+        chance = random.Random(seed)
+        for _ in range(100):
+            runs = {pid: Run(chance, chance.uniform(36_000, 36_002), chance.random() < 0.7) for pid in (1234, 777)}
+            log = sorted(((line, pid) for pid, run in runs.items() for line in run.lines), key=lambda pair: pair[0].time)
+            for first, last in [(0, len(log)), *(sorted(chance.sample(range(len(log) + 1), 2)) for _ in range(10))]:
+                text, shown = [], {pid: {} for pid in runs}
+                for line, pid in log[first:last]:
+                    if chance.random() < 0.2:
+                        text.append(render(line, pid).replace("orvixJni", "foreign"))
+                    text.append(render(line, pid))
+                    shown[pid][len(text)] = line
+                with self.subTest(seed=seed, cut=(first, last)):
+                    document = told(text)
+                    for pid in runs:
+                        if shown[pid]:
+                            self.check(shown[pid], document, pid)
+
+
 if __name__ == "__main__":
-    unittest.main()
+    unittest.main(argv=sys.argv[:1])

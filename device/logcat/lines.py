@@ -25,13 +25,20 @@ DOWN, UP, SOCKET = -1, 0, 23
 
 
 class Row(typing.NamedTuple):
-    """One line: its kind, priority and text as the source has it, what it means; of a failure also what to do."""
+    """One line: its kind, priority and text as the source has it, what it means. Of a failure also what to do, and what
+    some values of its text mean; "" stands for all others."""
 
     kind: str
     priority: str
     text: str
     meaning: str
     do: str = ""
+    cases: dict = {}
+
+    def because(self, value):
+        """The meaning, with this value in the text."""
+        case = self.cases.get(str(value), self.cases.get("", ""))
+        return f"{self.meaning}: {case}" if case else self.meaning
 
 
 ROWS = (
@@ -73,11 +80,12 @@ ROWS = (
     Row("socket", "D", "successfully created socket", "a socket was made for the service"),
     Row("tagged", "D", "successfully mapped socket to uid(%d)", "its traffic counts for this UID"),
     Row("no socket", "E", "failed to create socket, error: %s",
-        "the kernel refused: `Operation not permitted`: no `INTERNET`; `Permission denied`: SELinux; else codes that do "
-        "not fit each other, or no descriptors left", "permissions; `device/sepolicy`; the service's request"),
+        "the kernel refused", "permissions; `device/sepolicy`; the service's request",
+        {"Operation not permitted": "no `INTERNET`", "Permission denied": "SELinux",
+         "": "codes that do not fit each other, or no descriptors left"}),
     Row("no tag", "E", "failed to tag socket with uid, error: %d",
-        "-1: no `UPDATE_DEVICE_STATS`; -13: SELinux towards netd; the socket stays open, unsent",
-        "permissions; `device/sepolicy`"),
+        "the socket stays open, unsent", "permissions; `device/sepolicy`",
+        {"-1": "no `UPDATE_DEVICE_STATS`", "-13": "SELinux towards netd"}),
     # Native methods, on any thread of Java's; "not ready" of getSocketFd comes from the dispatch thread.
     Row("native", "D", "%s start", "Java called this native method"),
     Row("rat type", "D", "%s RatType %d", "its first argument"),
