@@ -7,8 +7,12 @@ import collections
 import dataclasses
 import random
 import re
+import signal
+import subprocess
 import sys
+import tempfile
 import unittest
+import zipfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -18,6 +22,7 @@ import logcat  # noqa: E402
 from story import Log  # noqa: E402
 from system import System  # noqa: E402
 
+TOOL = ROOT / "device/logcat/logcat.py"
 # One record in the formats of adb logcat: what each keeps of time, thread and UID.
 FORMATS = {
     "{date} {clock}  1234  1250 {p} {tag:8}: {message}\n": "time tid",
@@ -46,6 +51,16 @@ class Lines(unittest.TestCase):
         self.assertEqual(logged, {(row.priority, row.text) for row in lines.ROWS})
         header = (ROOT / "callback/CallbackEvent.h").read_text()
         self.assertEqual({int(code) for code in re.findall(r"k\w+ = (-?\d+),", header)}, set(lines.EVENTS))
+
+    def test_page(self):
+        page = (ROOT / "docs/logcat.md").read_text()
+        numbers = re.findall(r"[|] (-?\d+) (\w[\w ]*?) (?=[|])", page)
+        self.assertEqual({int(code): name for code, name in numbers}, lines.EVENTS)
+        rows = re.findall(r"^\| `(.+?)` \| (.+?) \| (.+?) \|$", page.partition("## Failures")[2], re.M)
+        failures = [(row.text.strip(), "; ".join([row.meaning, *(
+            f"`{value}`: {case}" if value else f"else {case}" for value, case in row.cases.items())]), row.do)
+                    for row in lines.ROWS if row.do]
+        self.assertEqual(rows[:-1], failures)  # the last is one of priority D
 
     def test_formats(self):
         messages = {"handleEvent -1": ("event", (-1,)), "updateStats start": ("request", ("updateStats",)),
@@ -293,6 +308,35 @@ class Statements(unittest.TestCase):
             with self.subTest(text):
                 found = told(simple(text))["findings"]
                 self.assertEqual([one["kind"] for one in found if one["kind"] != "begins late"], kinds.split(", ") if kinds else [])
+
+    def test_command(self):
+        """Exit codes, bugreports, a live log that ends by SIGINT or whose reader ends."""
+        good, bad = ("".join(line + "\n" for line in simple(text)) for text in (BOUND, f"{BOUND}; {DOWN}; {DOWN}"))
+        report = (f"== dumpstate: now\n------ SYSTEM LOG (logcat) ------\n{good}------ 0.1s was the duration\n"
+                  f"------ LAST LOGCAT (logcat -L) ------\n{bad}")
+        with tempfile.TemporaryDirectory() as folder:
+            for name, text, code in (("good", good, 0), ("bad", good + "E/orvixJni( 1234): JNI ERROR, -3\n", 1),
+                                     ("other", "D/foreign ( 1): x\n", 2), ("text", "# x\n", 2), ("zip", report, 0)):
+                path = Path(folder, name)
+                if name == "zip":
+                    with zipfile.ZipFile(path, "w") as archive:
+                        archive.writestr("bugreport-x.txt", text)
+                else:
+                    path.write_text(text)
+                with self.subTest(name):
+                    self.assertEqual(subprocess.run([TOOL, path], capture_output=True, check=False).returncode, code)
+        for end in (lambda process: process.send_signal(signal.SIGINT), lambda process: process.stdout.close()):
+            with subprocess.Popen([TOOL], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                  text=True) as process:
+                process.stdin.write(good)
+                process.stdin.flush()
+                self.assertIn("loaded", process.stdout.readline())
+                self.assertIn("bound, 3 ms after the load", process.stdout.readline())
+                end(process)
+                rest = "" if process.stdout.closed else process.stdout.read()
+                self.assertEqual("nothing is wrong" in rest, not process.stdout.closed)
+                process.stdin.close()
+                self.assertEqual((process.stderr.read(), process.wait()), ("", 0))
 
     def test_transcripts(self):
         for path in (ROOT / "tests/transcripts").glob("*.txt"):

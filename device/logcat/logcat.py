@@ -15,6 +15,7 @@ import io
 import json
 import os
 import re
+import signal
 import sys
 import zipfile
 
@@ -191,6 +192,7 @@ def main():
     parser.add_argument("--json", action="store_true", help="one document at the end")
     arguments = parser.parse_args()
     live = arguments.file == "-"
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # also where a script's "&" has had it ignored
     sys.stdout.reconfigure(errors="replace")
     sys.stdin.reconfigure(encoding="utf-8", errors="replace")
     try:

@@ -35,8 +35,8 @@ SIGNS = (
          "the service manager refuses the service's name, which no VINTF manifest has",
          "vintf_fragments of the service's module: docs/first-hour.md, step 3"),
 )
-START = re.compile(r"Start proc (\d+):([^/\s]+)")
-END = re.compile(r"Process (?:\S+ \(pid (\d+)\) has died|(\d+) exited)")
+START = re.compile(r"(?:Start proc |^\[\d+,)(\d+)(?::|,\d+,)([^/\s,]+)")
+END = re.compile(r"Process (?:\S+ \(pid )?(\d+)\)? (?:has died|exited)|^\[\d+,(\d+),")
 SIGNAL = re.compile(r"Fatal signal (\d+ \(\w+\)).* in tid \d+ .*pid (\d+)")
 DROPPED = re.compile(r"uid=\S+ .*(?:expire|identical) \d+ lines?")
 FDSAN = re.compile(r"fdsan: attempted to close file descriptor (\d+)")
@@ -48,7 +48,7 @@ class System:
     def __init__(self, log):
         self.log = log
         self.tombstones = {}  # the process that writes it: what it has written
-        self.takers = {"ActivityManager": self.take_manager, "Zygote": self.take_manager, "zygote64": self.take_manager,
+        self.takers = {"ActivityManager": self.take_manager, "Zygote": self.take_manager, "am_proc_start": self.take_manager, "am_proc_died": self.take_manager,
                        "DEBUG": self.take_tombstone, "libc": self.take_libc, "chatty": self.take_dropped,
                        "liblog": self.take_dropped}
 
@@ -89,9 +89,9 @@ class System:
         self.log.find(kind, process, what, do, record, key)
 
     def take_manager(self, record):
-        if match := START.search(record.message):
+        if record.tag != "am_proc_died" and (match := START.search(record.message)):
             self.log.started(int(match[1]), match[2])
-        elif match := END.search(record.message):
+        elif record.tag != "am_proc_start" and (match := END.search(record.message)):
             self.log.over(int(match[1] or match[2]), record)
 
     def take_dropped(self, record):
