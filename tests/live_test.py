@@ -32,6 +32,7 @@ RUNS = [  # command, environment, input, exit code, in the last lines of the out
     ("live/demo.py --build {0} --trace {1}.json --picture {1}.svg", {}, "", 0, ["15/15", "23/23", "22/22", "1 and 1"]),
     ("live/demo.py --build {}", {"ORVIX_PATIENCE": "0.0001"}, "", 1, ["FAILED: everything came: ", "not within 0.03 s"]),
     ("live/demo.py --build {}", {"JDK_JAVA_OPTIONS": "-Xnone"}, "", 1, ["exit code 1, with ", "Unrecognized option"]),
+    ("live/app.py --trace {1}.json", {}, "sendScreenState true\n", 0, ["sendScreenState: OrvixService is not ready"]),
     ("app/run", {}, "\n".join(BAD), 2, BAD.values()),
     ("app/run", {}, "# a comment\n\nquit\nsendScreenState\n", 0, []),
     ("app/run --jsom", {}, "", 2, ["unknown option --jsom; usage: OrvixApp [--json]"]),
@@ -125,7 +126,8 @@ def main(build):
             settings = {"ORVIX_BUILD": build, "TMPDIR": folder, "ORVIX_BINDER_DIR": folder} | environment
             done = subprocess.run([SIM / words[0], *words[1:]], input=text, text=True,
                                   env=os.environ | settings, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-            wrong = run_faults(done.stdout.splitlines(), files) if "--trace" in command and not done.returncode else []
+            wrong = run_faults(done.stdout.splitlines(), files) if "--picture" in command and not done.returncode else \
+                trace_events(f"{files}.json")[1] if "--trace" in command else []
             output, left = "\n".join(done.stdout.splitlines()[-20:]), set(os.listdir(folder)) - {"run.json", "run.svg"}
         missing = [text for text in texts if text not in output]
         if done.returncode != code or missing or left or wrong:

@@ -1,7 +1,7 @@
 # Endurance, on a Java VM and without one. No VM runs under a sanitizer's runtime or for another processor.
 function(orvix_soak_test name)
     add_test(NAME ${name}
-             COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/sim/live/soak.py --build ${CMAKE_BINARY_DIR} ${ARGN})
+             COMMAND ${CMAKE_SOURCE_DIR}/sim/live/soak.py --build ${CMAKE_BINARY_DIR} ${ARGN})
 endfunction()
 if(CMAKE_CROSSCOMPILING)
     return()

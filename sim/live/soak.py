@@ -1,10 +1,12 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Kills and restarts the service under traffic in both directions, against a model of what each side must have seen.
 
 Several threads of the application call the service, several threads of the service ask the application; every message
 carries a thread and a number. Nothing may be lost that the platform has accepted, nothing doubled, reordered or
 invented; Java is told each coming and going once; and descriptors, threads, memory and references stay flat.
 """
+
+import ending  # the first: from here on SIGINT has no traceback
 
 import argparse
 import collections
@@ -17,7 +19,10 @@ import sys
 import time
 from pathlib import Path
 
+import tracefile
+from progress import Progress
 from stage import Stage, Unmet
+from timeline import Timeline
 
 THREADS = 3  # of each side
 WARM_UP = 10  # lives before what must stay flat is measured first
@@ -37,7 +42,8 @@ class Soak:
         if quiet:  # there is no log, and what else is printed is a sanitizer's
             self.app = stage.start_app(*arguments, command=[stage.build / "bin/soak_app"])
         else:
-            self.app = stage.start_app(*arguments, main="Soak", options=VM_OPTIONS, stderr=subprocess.DEVNULL)
+            self.app = stage.start_app(*arguments, main="Soak", options=VM_OPTIONS,
+                                       stderr=subprocess.STDOUT if stage.timeline else subprocess.DEVNULL)
         self.violations = []
         self.strange = []
         self.life = 0
@@ -62,6 +68,8 @@ class Soak:
         return self.stage.wait(f"life {self.life}: {what}", done, 0.001)
 
     def take(self, line):
+        if line.source in ("library", "platform"):
+            return
         word, *numbers = line.text.split(" ")
         if line.source == "service" and hasattr(self, f"take_{word}"):
             getattr(self, f"take_{word}")(*map(int, numbers))
@@ -163,8 +171,8 @@ class Soak:
         return {"descriptors": len(os.listdir(process / "fd")), "threads": len(names) - pool,
                 "references": self.references, "memory": memory}
 
-    def run(self, cycles, seconds):
-        begin = shown = time.monotonic()
+    def run(self, cycles, seconds, progress):
+        begin = time.monotonic()
         more = True
         while more:
             more = (self.life + 1 < cycles if seconds is None else time.monotonic() - begin < seconds) \
@@ -173,11 +181,8 @@ class Soak:
             if self.life == WARM_UP:
                 self.rest()
                 self.flat = self.measure()
-            if time.monotonic() - shown > 5:
-                shown = time.monotonic()
-                of = f" of {cycles}" if seconds is None else ""
-                print(f"{self.life}{of} lives, {shown - begin:.0f} s: {self.counted()}, "
-                      f"{len(self.violations)} violations", flush=True)
+            progress.at(self.life if seconds is None else time.monotonic() - begin,
+                        f"life {self.life}: {self.counted()}, {len(self.violations)} violations")
         self.rest()
         self.stage.run(0.1)  # for what must not come
         self.expect(self.told[True] == self.told[False], f"Java is told {dict(self.told)}")
@@ -217,19 +222,26 @@ def main():
     parser.add_argument("--minutes", type=float, help="run so long instead")
     parser.add_argument("--seed", type=int, help="repeats a run; random otherwise")
     parser.add_argument("--quiet-vm", action="store_true", help="without a Java VM, as under a sanitizer")
+    parser.add_argument("--trace", type=Path, metavar="FILE.json", help="write the run as trace events; best of few lives")
     arguments = parser.parse_args()
+    timeline = Timeline() if arguments.trace else None
     if arguments.cycles <= WARM_UP:
         parser.error(f"--cycles: a number above {WARM_UP}, such as 1000")
     seed = arguments.seed if arguments.seed is not None else random.SystemRandom().randrange(1 << 30)
     print(f"seed {seed}", flush=True)
     # A sanitizer's quarantine would pass for growth.
-    with Stage(arguments.build, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "quarantine_size_mb=1")) as stage:
+    with Stage(arguments.build, timeline=timeline, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "quarantine_size_mb=1")) as stage:
         soak = Soak(stage, seed, arguments.quiet_vm)
         try:
-            soak.run(arguments.cycles, arguments.minutes and arguments.minutes * 60)
+            seconds = arguments.minutes and arguments.minutes * 60
+            with Progress("soak", seconds or arguments.cycles) as progress:
+                soak.run(arguments.cycles, seconds, progress)
         except Unmet as unmet:
             soak.violations.append(str(unmet))
         soak.expect(not soak.strange, "the application says:\n" + "\n".join(soak.strange[:100]))
+    if timeline:
+        tracefile.write(timeline.finish(), arguments.trace)
+        print(f"wrote {arguments.trace}")
     for violation in soak.violations[:20]:
         print("VIOLATION:", violation)
     print(f"{len(soak.violations)} violations" + (f"; run again with --seed {seed}" if soak.violations else ""))
@@ -237,4 +249,4 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(ending.run(main))
