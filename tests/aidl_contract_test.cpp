@@ -40,12 +40,6 @@ TEST(Contract, AFailedWriteLeavesThePlaceholder) {
     EXPECT_EQ(contentOf(parcel.get()), contentOf(parcelOf(std::vector<int32_t>{0, 1, 'a'}).get()));
 }
 
-TEST(Contract, AnAbsentTextEmptiesItsTarget) {
-    std::optional<std::string> text = "kept";
-    EXPECT_EQ(readValue(parcelOf(std::vector<int32_t>{-1}).get(), text), STATUS_OK);
-    EXPECT_EQ(text, std::nullopt);
-}
-
 template <typename I>
 void expectVersionAndHash(I& object, int32_t version, const char* hash) {
     int32_t toldVersion = -1;
@@ -214,18 +208,6 @@ TEST(Contract, FromBinderTellsOwnAndForeignApart) {
     const auto proxy = IRequest::fromBinder(twin);
     ASSERT_NE(std::dynamic_pointer_cast<BpRequest>(proxy), nullptr);
     EXPECT_EQ(proxy->asBinder(), twin);
-}
-
-TEST(Contract, AReadThatFailsKeepsTheObject) {
-    const std::shared_ptr<IRequest> own = ndk::SharedRefBase::make<IRequestDefault>();
-    std::shared_ptr<IRequest> object = own;
-    EXPECT_EQ(IRequest::readFromParcel(parcelOf(std::vector<int32_t>(7)).get(), &object), STATUS_BAD_TYPE);
-    EXPECT_EQ(object, own);
-    const ndk::ScopedAParcel null(AParcel_create());
-    AParcel_writeStrongBinder(null.get(), nullptr);
-    AParcel_setDataPosition(null.get(), 0);
-    EXPECT_EQ(IRequest::readFromParcel(null.get(), &object), STATUS_OK);
-    EXPECT_EQ(object, nullptr);
 }
 
 }  // namespace

@@ -37,6 +37,16 @@ TEST(Parcel, WritesTheDevicesBytesOrNothing) {
     expectWritten("01000000", STATUS_UNKNOWN_ERROR, AParcel_writeParcelFileDescriptor, 999);  // is not open
 }
 
+TEST(Parcel, AllocatorsDecide) {
+    const auto never = [](auto...) { return false; };
+    const auto always = [](auto...) { return true; };
+    const std::vector<int32_t> text{1, 'a'}, two{2, 3}, null{-1};
+    EXPECT_EQ(STATUS_NO_MEMORY, AParcel_readString(parcelOf(text).get(), nullptr, never));
+    EXPECT_EQ(STATUS_NO_MEMORY, AParcel_readByteArray(parcelOf(two).get(), nullptr, never));
+    EXPECT_EQ(STATUS_OK, AParcel_readByteArray(parcelOf(null).get(), nullptr, always));
+    EXPECT_EQ(STATUS_OK, AParcel_readParcelableArray(parcelOf(null).get(), nullptr, always, nullptr));
+}
+
 TEST(Status, TravelsAndIsDescribedByItsListedName) {
     const struct {
         ScopedAStatus status;
