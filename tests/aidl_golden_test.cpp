@@ -1,8 +1,6 @@
-// Bytes measured on a device against the bytes of this code, in both directions.
+// What was measured on a device: calls, and what is read of which bytes.
 #include <gtest/gtest.h>
 #include <syslog.h>
-
-#include <set>
 
 #include "sim/json/Names.h"
 #include "tests/aidl_support.h"
@@ -10,50 +8,39 @@
 namespace orvix_test {
 namespace {
 
-// From the arguments through proxy, platform and stub to the implementation's arguments.
+// From the arguments through proxy, platform and stub to the implementation's arguments. The bytes between are those of
+// the parcel inspector, and tested there.
 template <typename I>
 void transactionsRoundTrip() {
     static const char* const kRefusal = "test: Passing -1 file descriptor as non-@nullable AIDL ParcelFileDescriptor\n";
     openlog("test", LOG_PERROR, LOG_USER);
     setlogmask(LOG_MASK(LOG_ERR));
     Json called;
-    const auto proxy = recorderOf<I>([&](const auto& row, const auto& args) { called = lineOf(row, args); });
-    ndk::ScopedAParcel empty;
-    ASSERT_EQ(AIBinder_prepareTransaction(proxy->asBinder().get(), empty.getR()), STATUS_OK);
-    const Bytes token = contentOf(empty.get());
-    std::set<std::string> seen;
-    forEachMeasuredCall<I>([&](const Json& row, const auto& method, const auto& arguments) {
-        SCOPED_TRACE(row.dump());
-        called = nullptr;
-        takeTransactions();
-        testing::internal::CaptureStderr();
-        const ScopedAStatus status = call(method, *proxy, arguments);
-        const bool sent = row.value("sent", true);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), sent ? "" : kRefusal);
-        EXPECT_EQ(status.getStatus(), row["status"].get<binder_status_t>());
-        EXPECT_EQ(status.getExceptionCode(), row.value("exception", 0));
-        const std::vector<Transaction> transactions = takeTransactions();
-        ASSERT_EQ(transactions.size(), sent ? 2u : 0u);  // the second is the recorder's own
-        if (!sent) return;
-        seen.insert(method.name);
-        EXPECT_EQ(called, lineOf(method, arguments));
-        EXPECT_EQ(transactions[0].code, row["code"]);
-        EXPECT_EQ(transactions[0].flags, row["flags"]);
-        const Bytes measured = bytesOfHex(row["hex"].get<std::string>());
-        Bytes expected = token, bytes = transactions[0].content;
-        expected.insert(expected.end(), measured.begin(), measured.end());
-        ASSERT_EQ(bytes.size(), expected.size());
-        for (const Json& object : row["objects"]) {
-            for (const Json& run : object.value("masked", Json::array())) {
-                const size_t offset = token.size() + run[0].get<size_t>();
-                std::copy_n(&expected[offset], run[1].get<size_t>(), &bytes[offset]);
-            }
+    const auto proxy = recorderOf<I>([&](const auto& row, const auto& args) { called = {row.name, toJson(args)}; });
+    forEachMethod<I>([&](const auto& method) {
+        size_t calls = 0;
+        for (const Json& row : rowsOf("transactions.jsonl")) {
+            if (row["interface"] != shortName(I::descriptor) || row["method"] != method.name) continue;
+            SCOPED_TRACE(row.dump());
+            ArgumentsOf<decltype(method)> arguments;
+            fromJson(row["args"], arguments);
+            takeTransactions();
+            testing::internal::CaptureStderr();
+            const ScopedAStatus status = call(method, *proxy, arguments);
+            const bool sent = row.value("sent", true);
+            EXPECT_EQ(testing::internal::GetCapturedStderr(), sent ? "" : kRefusal);
+            EXPECT_EQ(status.getStatus(), row["status"].get<binder_status_t>());
+            EXPECT_EQ(status.getExceptionCode(), row.value("exception", 0));
+            const std::vector<Transaction> transactions = takeTransactions();
+            ASSERT_EQ(transactions.size(), sent ? 2u : 0u);  // the second is the recorder's own
+            if (!sent) continue;
+            EXPECT_EQ(std::exchange(called, nullptr), Json({method.name, toJson(arguments)}));
+            EXPECT_EQ(transactions[0].code, row["code"]);
+            EXPECT_EQ(transactions[0].flags, row["flags"]);
+            ++calls;
         }
-        EXPECT_EQ(hexOf(bytes), hexOf(expected));
+        EXPECT_GT(calls, 0u) << method.name;
     });
-    std::set<std::string> all;
-    forEachMethod<I>([&](const auto& method) { all.insert(method.name); });
-    EXPECT_EQ(seen, all);
 }
 TEST(Golden, ServiceTransactionsRoundTrip) { transactionsRoundTrip<IOrvixService>(); }
 TEST(Golden, RequestTransactionsRoundTrip) { transactionsRoundTrip<IRequest>(); }

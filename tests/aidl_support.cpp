@@ -53,6 +53,6 @@ extern "C" binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_
                                              binder_flags_t flags) {
     using namespace orvix_test;
     static const auto real = reinterpret_cast<decltype(&AIBinder_transact)>(dlsym(RTLD_NEXT, "AIBinder_transact"));
-    tTransactions.push_back({code, flags, contentOf(*in)});
+    tTransactions.push_back({code, flags});
     return real(binder, code, in, out, flags);
 }

@@ -30,32 +30,18 @@ Bytes contentOf(const AParcel* parcel);
 struct Transaction {
     transaction_code_t code;
     binder_flags_t flags;
-    Bytes content;  // the interface token and the arguments
 };
 // What this thread has given to AIBinder_transact since the last call.
 std::vector<Transaction> takeTransactions();
 
 // The rows of a file in tests/data, one JSON object a line.
 std::vector<Json> rowsOf(const char* file);
-// Visits each call of I that was made on a device: the row of the file, the method's row, the arguments.
-template <typename I>
-void forEachMeasuredCall(const auto& visit) {
-    for (const Json& row : rowsOf("transactions.jsonl")) {
-        forEachMethod<I>([&](const auto& method) {
-            if (row["interface"] != shortName(I::descriptor) || row["method"] != method.name) return;
-            ArgumentsOf<decltype(method)> arguments;
-            fromJson(row["args"], arguments);
-            visit(row, method, arguments);
-        });
-    }
-}
 
 // Calls the row's method with the arguments.
 template <typename Row, typename I, typename Arguments>
 ScopedAStatus call(const Row&, I& object, const Arguments& arguments) {
     return std::apply([&](const auto&... args) { return (object.*Row::pointer)(args...); }, arguments);
 }
-Json lineOf(const auto& method, const auto& arguments) { return {{"call", method.name}, {"args", toJson(arguments)}}; }
 
 // A binder of the interface's descriptor whose class is not the interface's own: every transaction goes to `answer`.
 using Answer = std::function<binder_status_t(transaction_code_t code, const AParcel* in, AParcel* out)>;
