@@ -57,12 +57,6 @@ extern "C" int pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex) {
     static int (*real)(pthread_cond_t*, pthread_mutex_t*);
     return pass(real, "pthread_cond_wait", cond, mutex);
 }
-extern "C" int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* until) {
-    check(cond, "pthread_cond_timedwait");
-    check(mutex, "pthread_cond_timedwait");
-    static int (*real)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-    return pass(real, "pthread_cond_timedwait", cond, mutex, until);
-}
 extern "C" int pthread_cond_destroy(pthread_cond_t* cond) noexcept {
     check(cond, "pthread_cond_destroy");
     cond->__data.__g1_orig_size = kDestroyedCond;

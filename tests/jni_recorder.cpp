@@ -1,11 +1,12 @@
 #include "tests/jni_recorder.h"
 
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <span>
+
+#include "sim/json/Json.h"
 
 namespace recorder {
 namespace {
@@ -40,16 +41,9 @@ std::string text(jclass value) { return nameOf(value, "class"); }
 std::string text(jarray value) { return nameOf(value, "array"); }
 std::string text(jmethodID value) { return value == nullptr ? "null" : "method"; }
 std::string text(const std::string& value) { return value; }
+std::string boolean(int value) { return value == JNI_FALSE ? "false" : value == JNI_TRUE ? "true" : text(jint{value}); }
 
-std::string hexOf(const jbyte* bytes, jsize length) {
-    std::string hex = "hex:";
-    for (jsize i = 0; i < length; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<uint8_t>(bytes[i]));
-        hex += digits;
-    }
-    return hex;
-}
+std::string hexOf(const jbyte* bytes, jsize length) { return "hex:" + sim::hexOf(sim::Bytes(bytes, bytes + length)); }
 
 // "(first, second)"
 constexpr auto list = [](const auto&... arguments) {
@@ -70,11 +64,7 @@ std::string callText(jobject object, jmethodID method, va_list values) {
     for (size_t i = 1; i < signature.size() && signature[i] != ')'; ++i) {
         texts += ", ";
         switch (signature[i]) {
-            case 'Z': {
-                const int value = va_arg(copy, int);
-                texts += value == JNI_FALSE ? "false" : value == JNI_TRUE ? "true" : text(jint{value});
-                break;
-            }
+            case 'Z': texts += boolean(va_arg(copy, int)); break;
             case 'I': texts += text(va_arg(copy, jint)); break;
             case 'J': texts += text(va_arg(copy, jlong)); break;
             default:

@@ -11,7 +11,7 @@ file(REAL_PATH "${Java_JAVAC_EXECUTABLE}" java_home)
 cmake_path(SET java_home NORMALIZE "${java_home}/../..")
 add_library(jvm_recorder MODULE jvm_recorder.cpp jni_recorder.cpp)
 target_include_directories(jvm_recorder SYSTEM PRIVATE ${java_home}/include ${java_home}/include/linux)
-target_link_libraries(jvm_recorder PRIVATE log ${CMAKE_DL_LIBS})
+target_link_libraries(jvm_recorder PRIVATE orvix_json log ${CMAKE_DL_LIBS})
 
 add_jar(orvix-jvm-tests
     SOURCES jvm/JvmExit.java
