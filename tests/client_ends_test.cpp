@@ -37,10 +37,8 @@ bool isOver() { return gOver.load(std::memory_order_relaxed); }
     });
 }
 
-void load() {
-    if (JNI_OnLoad(quiet::vm(), nullptr) != JNI_VERSION_1_6) std::abort();
-}
-void initialize() { quiet::callNative(quiet::env(), "initialize"); }
+using fake::initialize;
+using fake::load;
 
 void waitUntil(const auto& done) {
     const auto end = std::chrono::steady_clock::now() + orvix_test::patience() / 2;
@@ -123,7 +121,7 @@ auto keepThreadsBusy() {
 
 int meetTheEnd(const std::string& way, const std::string& line) {
     fake::reset();
-    if (!fake::registerService(orvix_test::peerOf<IOrvixService>([](auto...) { return STATUS_OK; }))) return 1;
+    fake::serve();
     std::function<void()> goOn = [] {};
     if (line.empty()) {
         goOn = keepThreadsBusy();

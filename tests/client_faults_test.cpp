@@ -37,18 +37,12 @@ Story delivered() {
     return arguments;
 }
 
-void load() { ASSERT_EQ(JNI_OnLoad(quiet::vm(), nullptr), JNI_VERSION_1_6); }
-void initialize() { quiet::callNative(quiet::env(), "initialize"); }
-void registerService(orvix_test::Answer answer = [](auto...) { return STATUS_OK; }) {
-    EXPECT_TRUE(fake::registerService(orvix_test::peerOf<IOrvixService>(std::move(answer))));
-}
-
 TEST(Threads, SecondInitializeBindsAgainAndSharesTheQueue) {
     fake::reset();
-    load();
-    registerService();
-    initialize();
-    initialize();
+    fake::load();
+    fake::serve();
+    fake::initialize();
+    fake::initialize();
     std::vector<std::thread> threads;
     for (int first = 0; first < 2000; first += 500) {
         threads.emplace_back([=] {
@@ -82,7 +76,7 @@ TEST(EventSemaphore, BinaryCollapsesAndCountingCounts) {
 }
 
 int serve(int first) {
-    registerService([=](transaction_code_t code, const AParcel* in, AParcel*) -> binder_status_t {
+    fake::serve([=](transaction_code_t code, const AParcel* in, AParcel*) -> binder_status_t {
         if (code != codeOf<&IOrvixService::registerRequest>()) return STATUS_OK;
         static std::shared_ptr<IRequest> request;
         readValue(in, request);
@@ -140,8 +134,8 @@ TEST_P(Dying, TheNextServiceIsBound) {
         }
         died->set_value();
     };
-    load();
-    initialize();
+    fake::load();
+    fake::initialize();
     const auto waitForLast = [](int number) {
         return fake::waitFor(kCall + std::to_string(number + kRequests - 1) + ")");
     };

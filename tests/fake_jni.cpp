@@ -1,6 +1,5 @@
 #include "tests/fake_jni.h"
 
-#include <android/binder_manager.h>
 #include <android/log.h>
 #include <android/multinetwork.h>
 #include <dlfcn.h>
@@ -152,9 +151,10 @@ jobjectArray array(const std::vector<jobject>& elements) {
     return static_cast<jobjectArray>(quiet::ref(made));
 }
 
-bool registerService(const ndk::SpAIBinder& binder) {
-    return AServiceManager_addService(binder.get(), kServiceName) == EX_NONE;
+void load() {
+    if (JNI_OnLoad(quiet::vm(), nullptr) != JNI_VERSION_1_6) std::abort();
 }
+void initialize() { quiet::callNative(quiet::env(), "initialize"); }
 
 }  // namespace fake
 

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <android/binder_auto_utils.h>
+#include <android/binder_manager.h>
 
 #include <atomic>
 #include <functional>
@@ -15,6 +16,7 @@
 
 #include "aidl/IOrvixService.h"
 #include "sim/vm/quiet_jni.h"
+#include "tests/aidl_support.h"
 
 namespace fake {
 
@@ -57,7 +59,16 @@ jobject parcelOf(const Record& record) {
 // The name that the library waits for.
 inline constexpr const char* kServiceName = "vendor.nuvel.data.orvixservice.IOrvixService/default";
 
-// Registers it as the service that the library waits for; false if the platform refuses.
-bool registerService(const ndk::SpAIBinder& binder);
+// Registers what the library waits for: a service of this process that answers each call so. The library has a proxy of
+// it, as of one in another process.
+template <typename I = orvix::IOrvixService>
+void serve(orvix_test::Answer answer = [](auto...) { return STATUS_OK; }) {
+    const ndk::SpAIBinder binder = orvix_test::peerOf<I>(std::move(answer));
+    if (AServiceManager_addService(binder.get(), kServiceName) != EX_NONE) std::abort();
+}
+
+// What Java does: loads the library, which must succeed, and calls its initialize.
+void load();
+void initialize();
 
 }  // namespace fake

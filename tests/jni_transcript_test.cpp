@@ -53,26 +53,11 @@ void loaded() {
     quiet::leave();
 }
 
-// A service of this process that answers every call so. The library has a proxy of it, as of one in another process.
-template <typename I>
-void registerOne(binder_status_t status = STATUS_OK) {
-    EXPECT_TRUE(fake::registerService(orvix_test::peerOf<I>([=](auto...) { return status; })));
-}
-
-// The same while a service of this process is there.
-void served() {
+void bound() {
     loaded();
-    registerOne<IOrvixService>();
-}
-
-void bindAndUp() {
+    fake::serve();
     gAidlClient->bindToService();
     gAidlClient->handleEvents();
-}
-
-void bound() {
-    served();
-    bindAndUp();
 }
 
 void handle(int32_t code) {
@@ -132,7 +117,8 @@ const std::map<std::string, void (*)(const std::string&, const sim::Json&)> kNat
 const std::map<std::string, void (*)(const sim::Json&)> kSteps = {
     {"load", [](const auto&) { load(); }},
     {"loaded", [](const auto&) { loaded(); }},
-    {"serve", [](const auto& status) { registerOne<IOrvixService>(status[0]); }},
+    {"serve",
+     [](const auto& status) { fake::serve([code = status[0].template get<int>()](auto...) { return code; }); }},
     {"bind", [](const auto&) { gAidlClient->bindToService(); }},
     {"bound", [](const auto&) { bound(); }},
     {"push", [](const auto& code) { gAidlClient->pushEv({.type = code[0]}); }},
@@ -156,9 +142,9 @@ const std::map<std::string, void (*)(const sim::Json&)> kSteps = {
     {"nullServices", [](const auto& times) { fake::script.nullServices = times[0].template get<int>(); }},
     {"serveAnotherTwice",
      [](const auto&) {
-         registerOne<IRequest>();
+         fake::serve<IRequest>();
          fake::script.then = [](const std::string&) {
-             if (fake::count("binder associateClass") == 2) registerOne<IOrvixService>();
+             if (fake::count("binder associateClass") == 2) fake::serve();
          };
      }},
     {"death",
