@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Runs every fuzzer for its share of the time, then each planted copy until its bug is found, and tells what of aidl/
 the fuzzers have been through.
 
@@ -7,13 +7,17 @@ What has been learned stays in BUILD/corpus and is the next run's start; what ha
 
 import argparse
 import json
+import math
 import os
 import re
 import subprocess
 import sys
 import time
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import ThreadPoolExecutor, wait
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "sim/live"))
+from progress import Progress
 
 FUZZERS = ["records", "service", "request", "java", "events", "frames"]
 WORKERS = 2
@@ -91,14 +95,18 @@ def main():
     sources = Path(__file__).resolve().parent.parent / "aidl"
     seconds = max(5, int(arguments.minutes * 60 * WORKERS / len(FUZZERS)))
 
-    def run(name, planted):
-        done = Run(build, name, PLANTED_SECONDS if planted else seconds, arguments.seed, planted)
-        done.print()
-        return done
-
-    with ThreadPoolExecutor(WORKERS) as pool:
-        clean = list(pool.map(lambda name: run(name, False), FUZZERS))
-        planted = list(pool.map(lambda name: run(name, True), FUZZERS))
+    # A planted copy mostly has its bug at once: what it takes is not foreseen.
+    begin, end = time.monotonic(), seconds * math.ceil(len(FUZZERS) / WORKERS)
+    with ThreadPoolExecutor(WORKERS) as pool, Progress("fuzz", end) as progress:
+        runs = [pool.submit(Run, build, name, PLANTED_SECONDS if planted else seconds, arguments.seed, planted)
+                for planted in (False, True) for name in FUZZERS]
+        for i, run in enumerate(runs):
+            what = FUZZERS[i % len(FUZZERS)] + (", planted" if i >= len(FUZZERS) else "")
+            while not run.done():
+                progress.at(time.monotonic() - begin, what)
+                wait([run], timeout=0.5)
+            run.result().print()
+    clean, planted = ([run.result() for run in half] for half in (runs[:len(FUZZERS)], runs[len(FUZZERS):]))
     share, missed = coverage(build, sources)
     print(f"aidl/: {share:.1f} % of the lines")
     for name, lines in missed.items():
