@@ -162,30 +162,22 @@ ndk::SpAIBinder withClass(ndk::SpAIBinder binder) {
 }
 ndk::SpAIBinder waitFor(const char* name) { return withClass(ndk::SpAIBinder(AServiceManager_waitForService(name))); }
 
-using Writer = std::function<void(AParcel*)>;
-Writer words(std::vector<int32_t> values) {
-    return [=](AParcel* parcel) {
-        for (const int32_t value : values) AParcel_writeInt32(parcel, value);
-    };
-}
-Writer bytes(size_t size) {
-    return [=](AParcel* parcel) {
-        AParcel_writeByteArray(parcel, std::vector<int8_t>(size).data(), static_cast<int32_t>(size));
-    };
-}
+using Words = std::vector<int32_t>;
 
 struct Answer {
     binder_status_t status;
-    std::vector<int32_t> words = {};
+    Words words = {};
     ndk::SpAIBinder binder = nullptr;  // instead
 };
 
-// One transaction.
-Answer call(const ndk::SpAIBinder& binder, Code code, const Writer& write = words({}), binder_flags_t flags = 0) {
+// One transaction. With kHold it carries a binder.
+Answer call(const ndk::SpAIBinder& binder, Code code, const Words& words = {}, binder_flags_t flags = 0,
+            const ndk::SpAIBinder& held = nullptr) {
     ndk::ScopedAParcel in, out;
     Answer answer{AIBinder_prepareTransaction(binder.get(), in.getR())};
     if (answer.status != STATUS_OK) return answer;
-    write(in.get());
+    if (code == kHold) AParcel_writeStrongBinder(in.get(), held.get());
+    for (const int32_t word : words) AParcel_writeInt32(in.get(), word);
     answer.status = AIBinder_transact(binder.get(), code, in.getR(), out.getR(), flags);
     if (answer.status != STATUS_OK || AParcel_readStrongBinder(out.get(), answer.binder.getR()) == STATUS_OK)
         return answer;
@@ -193,11 +185,9 @@ Answer call(const ndk::SpAIBinder& binder, Code code, const Writer& write = word
     for (int32_t word; AParcel_readInt32(out.get(), &word) == STATUS_OK;) answer.words.push_back(word);
     return answer;
 }
-int32_t echo(const ndk::SpAIBinder& binder, int32_t value, const Writer& more = words({})) {
-    const Answer answer = call(binder, kEcho, [&](AParcel* parcel) {
-        AParcel_writeInt32(parcel, value);
-        more(parcel);
-    });
+// What comes back; there may be so many more words behind it on the way.
+int32_t echo(const ndk::SpAIBinder& binder, int32_t value, size_t more = 0) {
+    const Answer answer = call(binder, kEcho, Words(1 + more, value));
     return answer.words.size() == 1 ? answer.words[0] : answer.status;
 }
 
@@ -214,9 +204,7 @@ class Remote : public testing::Test {
     ndk::SpAIBinder binder = waitFor(kName);
 
     void TearDown() override { EXPECT_EQ(lowOnes, openLowOnes()) << "the platform's own have high numbers"; }
-    ndk::SpAIBinder another(bool marked = true) const {
-        return withClass(call(binder, kNewBinder, words({marked})).binder);
-    }
+    ndk::SpAIBinder another(bool marked = true) const { return withClass(call(binder, kNewBinder, {marked}).binder); }
 };
 
 TEST(Binder, ChecksComeInTheDevicesOrder) {
@@ -251,8 +239,8 @@ TEST(Binder, ChecksComeInTheDevicesOrder) {
 TEST_F(Remote, AnswersAsALocalOneDoesExceptOneway) {
     const ndk::SpAIBinder local = newBinder();
     for (const ndk::SpAIBinder& each : {local, binder}) {
-        EXPECT_EQ(STATUS_TIMED_OUT, call(each, kAnswer, words({STATUS_TIMED_OUT})).status);
-        EXPECT_EQ(STATUS_UNKNOWN_ERROR, call(each, kAnswer, words({-5})).status) << "a status that no list has";
+        EXPECT_EQ(STATUS_TIMED_OUT, call(each, kAnswer, {STATUS_TIMED_OUT}).status);
+        EXPECT_EQ(STATUS_UNKNOWN_ERROR, call(each, kAnswer, {-5}).status) << "a status that no list has";
         EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, call(each, Code{99}).status);
         const char* args[] = {"some", "text"};
         int ends[2];
@@ -263,13 +251,13 @@ TEST_F(Remote, AnswersAsALocalOneDoesExceptOneway) {
         for (char letter; read(from.get(), &letter, 1) == 1;) said += letter;
         EXPECT_EQ("sometext", said);
     }
-    EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, call(local, Code{99}, words({}), FLAG_ONEWAY).status);
-    EXPECT_EQ(STATUS_OK, call(binder, Code{99}, words({}), FLAG_ONEWAY).status) << "nothing of the answer is seen";
-    EXPECT_EQ(STATUS_OK, call(local, kNote, words({8, 0}), FLAG_ONEWAY).status);
+    EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, call(local, Code{99}, {}, FLAG_ONEWAY).status);
+    EXPECT_EQ(STATUS_OK, call(binder, Code{99}, {}, FLAG_ONEWAY).status) << "nothing of the answer is seen";
+    EXPECT_EQ(STATUS_OK, call(local, kNote, {8, 0}, FLAG_ONEWAY).status);
     EXPECT_EQ(2u, call(local, kNotes).words.size()) << "at once";
 
     const ndk::SpAIBinder other = another();
-    EXPECT_EQ(STATUS_DEAD_OBJECT, call(other, kAnswer, words({STATUS_DEAD_OBJECT})).status);
+    EXPECT_EQ(STATUS_DEAD_OBJECT, call(other, kAnswer, {STATUS_DEAD_OBJECT}).status);
     EXPECT_EQ(STATUS_DEAD_OBJECT, call(other, kEcho).status) << "for good";
     EXPECT_FALSE(AIBinder_isAlive(other.get()));
     EXPECT_EQ(1, echo(binder, 1)) << "nobody else";
@@ -297,7 +285,7 @@ TEST_F(Remote, OnlyAMarkAllowsVendorsToCall) {
         {"in a parcel, unmarked", another(false), STATUS_BAD_TYPE},
     };
     for (const auto& [what, each, status] : cases) {
-        EXPECT_EQ(status, call(each, kEcho, words({}), FLAG_PRIVATE_VENDOR).status) << what;
+        EXPECT_EQ(status, call(each, kEcho, {}, FLAG_PRIVATE_VENDOR).status) << what;
         EXPECT_EQ(STATUS_OK, call(each, kEcho).status) << what;
     }
 }
@@ -306,9 +294,8 @@ TEST_F(Remote, ForgetsWhatNobodyHolds) {
     ABinderProcess_startThreadPool();
     for (int round = 0; round < 100; ++round) {
         const ndk::SpAIBinder mine = newBinder();
-        const auto give = [&](AParcel* p) { AParcel_writeStrongBinder(p, mine.get()); };
         for (const binder_flags_t flags : {binder_flags_t{0}, binder_flags_t{FLAG_ONEWAY}}) {  // given twice, held once
-            ASSERT_EQ(STATUS_OK, call(binder, kHold, give, flags).status);
+            ASSERT_EQ(STATUS_OK, call(binder, kHold, {}, flags, mine).status);
         }
         ASSERT_TRUE(eventually([&] { return call(binder, kGiveBack).binder == mine; }));
     }
@@ -322,7 +309,7 @@ TEST_F(Remote, OnewayCallsKeepTheirOrderOneAtATime) {
     std::vector<int32_t> expected, notes;
     for (int i = 0; i < kCalls; ++i) {
         // The limit of what may be waiting is for the sender to mind.
-        ASSERT_TRUE(eventually([&] { return call(binder, kNote, words({i, 0}), FLAG_ONEWAY).status == STATUS_OK; }));
+        ASSERT_TRUE(eventually([&] { return call(binder, kNote, {i, 0}, FLAG_ONEWAY).status == STATUS_OK; }));
         expected.insert(expected.end(), {i, 1});
     }
     ASSERT_TRUE(eventually([&] { return (notes = call(binder, kNotes).words).size() == expected.size(); }));
@@ -332,9 +319,8 @@ TEST_F(Remote, OnewayCallsKeepTheirOrderOneAtATime) {
 TEST_F(Remote, TwoBindersRunInParallelAndTwoWayCallsOvertake) {
     const ndk::SpAIBinder other = another();
     for (const ndk::SpAIBinder& each : {binder, other}) {
-        EXPECT_EQ(STATUS_OK,
-                  call(each, kNote, words({1, static_cast<int32_t>(patience().count())}), FLAG_ONEWAY).status);
-        EXPECT_EQ(STATUS_OK, call(each, kNote, words({2, 0}), FLAG_ONEWAY).status);
+        EXPECT_EQ(STATUS_OK, call(each, kNote, {1, static_cast<int32_t>(patience().count())}, FLAG_ONEWAY).status);
+        EXPECT_EQ(STATUS_OK, call(each, kNote, {2, 0}, FLAG_ONEWAY).status);
     }
     const std::vector<int32_t> first{1, 1};
     EXPECT_TRUE(eventually([&] { return call(binder, kNotes).words == first && call(other, kNotes).words == first; }));
@@ -432,7 +418,7 @@ TEST_F(Remote, DeathIsToldOnceAndTheNameFreed) {
     EXPECT_EQ(STATUS_NAME_NOT_FOUND, kept.unlink(binder));
     EXPECT_EQ(STATUS_DEAD_OBJECT, refused.link(binder));
     EXPECT_EQ(2, refused.unlinked);
-    EXPECT_EQ(STATUS_DEAD_OBJECT, call(binder, kEcho, words({}), FLAG_ONEWAY).status);
+    EXPECT_EQ(STATUS_DEAD_OBJECT, call(binder, kEcho, {}, FLAG_ONEWAY).status);
 
     const orvix_test::Process again({"--peer"});
     const ndk::SpAIBinder fresh = waitFor(kName);
@@ -470,28 +456,28 @@ TEST_F(Remote, ThePoolWorksWhileTheProcessEnds) {
 TEST_F(Remote, TransactionsAreLimitedToTheByte) {
     ndk::ScopedAParcel token;
     ASSERT_EQ(STATUS_OK, AIBinder_prepareTransaction(binder.get(), token.getR()));
-    const size_t around = static_cast<size_t>(AParcel_getDataSize(token.get())) + sizeof(int32_t);
-    const std::tuple<Code, Writer, binder_flags_t, binder_status_t> cases[] = {
-        {kEcho, bytes(kMaxOneway - around + 4), FLAG_ONEWAY, STATUS_FAILED_TRANSACTION},
-        {kEcho, bytes(kMaxOneway - around), FLAG_ONEWAY, STATUS_OK},
-        {kEcho, bytes(kMaxTransaction - around + 4), 0, STATUS_FAILED_TRANSACTION},
-        {kEcho, bytes(kMaxTransaction - around), 0, STATUS_OK},
-        {kFill, words({kMaxTransaction}), 0, STATUS_FAILED_TRANSACTION},
-        {kFill, words({kMaxTransaction - 4}), 0, STATUS_OK},
+    const auto least = static_cast<size_t>(AParcel_getDataSize(token.get()));
+    const std::tuple<Code, Words, binder_flags_t, binder_status_t> cases[] = {
+        {kEcho, Words((kMaxOneway - least) / 4 + 1), FLAG_ONEWAY, STATUS_FAILED_TRANSACTION},
+        {kEcho, Words((kMaxOneway - least) / 4), FLAG_ONEWAY, STATUS_OK},
+        {kEcho, Words((kMaxTransaction - least) / 4 + 1), 0, STATUS_FAILED_TRANSACTION},
+        {kEcho, Words((kMaxTransaction - least) / 4), 0, STATUS_OK},
+        {kFill, {kMaxTransaction}, 0, STATUS_FAILED_TRANSACTION},
+        {kFill, {kMaxTransaction - 4}, 0, STATUS_OK},
     };
-    for (const auto& [code, write, flags, status] : cases) EXPECT_EQ(status, call(binder, code, write, flags).status);
+    for (const auto& [code, words, flags, status] : cases) EXPECT_EQ(status, call(binder, code, words, flags).status);
 }
 
 TEST_F(Remote, AStoppedPeerHoldsNobodyUp) {
     service.stop();
     int accepted = 0;
-    while (accepted < 1000 && call(binder, kEcho, bytes(5'000), FLAG_ONEWAY).status == STATUS_OK) ++accepted;
+    while (accepted < 1000 && call(binder, kEcho, Words(1'250), FLAG_ONEWAY).status == STATUS_OK) ++accepted;
     EXPECT_NEAR(100, accepted, 10) << "about 500 kB";
     EXPECT_EQ(binder, ndk::SpAIBinder(AServiceManager_checkService(kName)));
-    std::thread caller([&] { EXPECT_EQ(9, echo(binder, 9, bytes(900'000))); });
+    std::thread caller([&] { EXPECT_EQ(9, echo(binder, 9, 225'000)); });
     service.signal(SIGCONT);
     caller.join();
-    EXPECT_TRUE(eventually([&] { return call(binder, kEcho, bytes(500'000), FLAG_ONEWAY).status == STATUS_OK; }));
+    EXPECT_TRUE(eventually([&] { return call(binder, kEcho, Words(125'000), FLAG_ONEWAY).status == STATUS_OK; }));
 }
 
 // ---- Peers that break the rules ----
