@@ -18,10 +18,8 @@ ndk::ScopedAParcel parcelOf(const Bytes& bytes) {
 }
 
 ndk::ScopedAParcel parcelOf(const std::vector<int32_t>& words) {
-    ndk::ScopedAParcel parcel(AParcel_create());
-    for (const int32_t word : words) AParcel_writeInt32(parcel.get(), word);
-    AParcel_setDataPosition(parcel.get(), 0);
-    return parcel;
+    const auto* const from = reinterpret_cast<const uint8_t*>(words.data());
+    return parcelOf(Bytes(from, from + words.size() * sizeof(int32_t)));
 }
 
 Bytes contentOf(const AParcel* parcel) {

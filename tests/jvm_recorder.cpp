@@ -1,13 +1,13 @@
 // A JVMTI agent that writes down what libOrvixJni.so does on a real virtual machine, in the words of the transcripts.
 //
-//   java -agentpath:libjvm_recorder.so=FILE ...
+//   java -agentpath:libjvm_recorder.so=FD ...
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <jvmti.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string_view>
 
 #include "tests/jni_recorder.h"
@@ -47,11 +47,7 @@ void JNICALL vmInit(jvmtiEnv* jvmti, JNIEnv* env, jthread) {
 }  // namespace
 
 extern "C" JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void*) {
-    file = open(options == nullptr ? "" : options, O_WRONLY | O_APPEND | O_CLOEXEC);
-    if (file < 0) {
-        std::perror("jvm_recorder");
-        return JNI_ERR;
-    }
+    file = std::atoi(options);
     jvmtiEnv* jvmti = nullptr;
     if (vm->GetEnv(reinterpret_cast<void**>(&jvmti), JVMTI_VERSION_11) != JNI_OK) return JNI_ERR;
     jvmtiEventCallbacks callbacks{};

@@ -82,7 +82,7 @@ def main(build):
 
         transcript, write_end = os.pipe()
         stage.listen(transcript, "transcript")
-        recorder = f"-agentpath:{build / 'lib/libjvm_recorder.so'}=/proc/self/fd/{write_end}"
+        recorder = f"-agentpath:{build / 'lib/libjvm_recorder.so'}={write_end}"
         app = stage.start_app(options=shlex.quote(recorder), pass_fds=[write_end])
         os.close(write_end)
         play("load", sections("transcripts/load.txt")["good"])
