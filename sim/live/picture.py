@@ -114,7 +114,7 @@ def outage(axes, timeline):
             (down, 2.22, "right", INK, f"Java is told false {(down - killed) / 1000:.1f} ms after the kill "),
             (up, 2.22, "left", INK, f" Java is told true {(up - reborn) / 1000:.1f} ms after the start")):
         axes.text(at(when), lane, text, ha=side, va="center", fontsize=7.5, color=colour)
-    axes.set_title("The outage: what Java reports in it is refused by the library", pad=8)
+    axes.set_title("The outage: what Java reports in it is lost", pad=8)
     axes.set_xlabel("milliseconds; the library is pale while it is bound to no service", labelpad=2)
 
 
@@ -122,7 +122,7 @@ def burst(axes, timeline):
     """Requests that were sent faster than Java took them."""
     chapter = [when for when, text in timeline.chapters if text.startswith(("3", "4"))]
     ways = [way for way in timeline.ways if way.sent and way.java and chapter[0] <= way.sent.begin < chapter[1]]
-    ways = list({way.name: way for way in reversed(ways)}.values())[::-1]  # the first of each name
+    ways = [way for at, way in enumerate(ways) if all(way.name != earlier.name for earlier in ways[:at])]
     begin = min(way.sent.begin for way in ways)
     for row, way in enumerate(ways):
         axes.plot([(way.sent.begin - begin) / 1000, (way.event.begin - begin) / 1000], [row] * 2, color=AMBER, linewidth=1)
@@ -150,7 +150,8 @@ def alone(axes, timeline):
     for row, (text, span, colour) in enumerate(rows):
         axes.barh(row, max(span.end - span.begin, 0.5), left=span.begin - begin, height=0.62, color=colour)
         axes.text(-0.03, row, text, fontsize=7, ha="right", va="center", transform=axes.get_yaxis_transform())
-        axes.text(span.end - begin, row, f"  {span.end - span.begin:.0f}", fontsize=7, va="center")
+        axes.annotate(f"{span.end - span.begin:.0f}", (span.end - begin, row), xytext=(3, 0), textcoords="offset points",
+                      fontsize=7, va="center")
     axes.set(yticks=[], ylim=(len(rows) - 0.4, -0.6), xlim=(0, (way.java.end - begin) * 1.12))
     axes.set_title(f"One alone: {way.java.end - begin:.0f} µs, the median of {len(ways)}", x=-0.3, pad=8)
     axes.set_xlabel("microseconds since it was sent", labelpad=2)
