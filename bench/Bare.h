@@ -61,15 +61,21 @@ class Locked {
     std::shared_ptr<wire::IOrvixService> service = ndk::SharedRefBase::make<wire::IOrvixServiceDefault>();  // only held
 };
 
-// Attach, look up, allocate, call, forget, detach: one call into Java.
-inline void startUidStatsPolling(JavaVM* vm, jclass javaClass, jlong interval) {
+// Attach, look up, allocate, call, forget, detach: one call into Java. mark() is called after each of the first two.
+template <typename Mark>
+void startUidStatsPolling(JavaVM* vm, jclass javaClass, jlong interval, const Mark& mark) {
     JNIEnv* env = nullptr;
     vm->AttachCurrentThread(&env, nullptr);
+    mark();
     const jmethodID method = env->GetMethodID(javaClass, "startUidStatsPolling", "(J)V");
+    mark();
     const jobject object = env->AllocObject(javaClass);
     env->CallVoidMethod(object, method, interval);
     env->DeleteLocalRef(object);
     vm->DetachCurrentThread();
+}
+inline void startUidStatsPolling(JavaVM* vm, jclass javaClass, jlong interval) {
+    startUidStatsPolling(vm, javaClass, interval, [] {});
 }
 
 }  // namespace bare

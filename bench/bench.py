@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """What the library costs, each figure beside its floor from the same run. Exit code 1 when a target is missed.
 
 Instructions and allocations are exact and repeat; times are of this machine at this moment, and the ratio is what
@@ -16,14 +16,23 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "sim/live"))
+import ending  # noqa: E402
+from progress import Progress  # noqa: E402
 from stage import Stage, Unmet  # noqa: E402
 
 RUNS = 200  # of each operation while instructions are counted; as in bench.cpp
 LATENCIES = 1500
+LENGTHS = (1_000, 10_000, 100_000, 1_000_000)  # of the queue; as in bench.cpp
 QUEUE = "event queue, pushed and drained"
 COLD = """no instruction more an event, as the first row says. The memory of a million events is cold, and while
 one thread waits for it the others wait for the lock: the floor, a plain std::deque under one lock, grows as much."""
 LIVES = 30
+
+
+def start(command, check=True):
+    """Waits for it, unless a signal comes."""
+    with ending.interruptible():
+        return subprocess.run(command, capture_output=True, text=True, check=check)
 
 
 def percentile(values, share):
@@ -34,6 +43,7 @@ def percentile(values, share):
 class Report:
     def __init__(self):
         self.rows = []
+        self.samples = {}  # what the plots are drawn of, by their names
 
     def add(self, group, name, unit, library, floor=None, target=None, own_target=None, reason=None):
         """target: the ratio that is allowed; own_target: the number itself that is. reason: why it may be missed."""
@@ -68,7 +78,7 @@ def instructions(build, report):
     with tempfile.TemporaryDirectory() as folder:
         command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={folder}/out", str(build / "bin/orvix-bench"),
                    "--instructions"]
-        done = subprocess.run(command, capture_output=True, text=True)
+        done = start(command, check=False)
         if done.returncode != 0:
             raise SystemExit(f"bench: valgrind failed:\n{done.stderr}")
         counts = {}
@@ -78,7 +88,9 @@ def instructions(build, report):
             total = re.search(r"^(?:totals|summary): (\d+)", text, re.M)
             if name and total:
                 counts[name[1]] = int(total[1]) / RUNS
-    few, many = (counts.pop(f"queue/{events}") * RUNS / events for events in (1000, 1000000))
+    lengths = {events: counts.pop(f"queue/{events}") * RUNS / events for events in LENGTHS}
+    report.samples["instructions"] = lengths
+    few, many = lengths[LENGTHS[0]], lengths[LENGTHS[-1]]
     report.add(QUEUE, "of 1,000,000 against of 1,000, instructions", "an event", many, few, 1.1)
     for name in dict.fromkeys(key.rpartition("/")[0] for key in counts):
         locked = counts.get(f"{name}/locked")
@@ -90,8 +102,7 @@ def instructions(build, report):
 
 
 def allocations(build, report):
-    counts = json.loads(subprocess.run([build / "bin/orvix-bench", "--allocations"], capture_output=True, text=True,
-                                       check=True).stdout)
+    counts = json.loads(start([build / "bin/orvix-bench", "--allocations"]).stdout)
     for name in dict.fromkeys(key.rpartition("/")[0] for key in counts):
         library, floor = counts[f"{name}/library"], counts.get(f"{name}/floor", {})
         for what in ("allocations", "bytes"):
@@ -102,7 +113,7 @@ def allocations(build, report):
 
 def micro(build, report, seconds):
     command = [build / "bin/orvix-bench", "--benchmark_format=json", f"--benchmark_min_time={seconds}"]
-    result = json.loads(subprocess.run(command, capture_output=True, text=True, check=True).stdout)
+    result = json.loads(start(command).stdout)
     times = {}
     for run in result["benchmarks"]:
         if run["run_type"] == "aggregate":
@@ -110,6 +121,9 @@ def micro(build, report, seconds):
         name = re.sub("/iterations.*", "", run["name"])
         taken = 1e9 / run["items_per_second"] if "items_per_second" in run else run["real_time"]
         times[name] = min(taken, times.get(name, taken))  # the least disturbed of those that are repeated
+    report.samples["queue"] = {(side, producers): {events: times[name] for events in LENGTHS
+                                                   if (name := f"queue/{side}/{events}/{producers}") in times}
+                               for side in ("library", "floor") for producers in (1, 4)}
     names = dict.fromkeys(key.rpartition("/")[0] for key in times if not key.startswith("queue/"))
     for name in names:
         report.add("time in one process", name, "ns", times[f"{name}/library"], times.get(f"{name}/floor"))
@@ -131,7 +145,7 @@ def arrivals(half):
     return values
 
 
-def live(build, report):
+def live(build, report, progress):
     with Stage(build) as stage:
         # An application is otherwise started for a quick start; here it is what the compiler makes of it that counts.
         java = stage.start_app(main="Bench", options="-XX:TieredStopAtLevel=4", stderr=subprocess.DEVNULL)
@@ -142,6 +156,11 @@ def live(build, report):
         library, floor, logged = (percentile(times[side::3], 0.25) for side in range(3))
         report.add("real VM", "call-out, from queued to returned", "ns", library, floor)
         report.add("real VM", "call-out: floor with the log lines", "ns", library, logged, 1.05)
+
+        times = java.ask("parts")
+        report.samples["parts"] = {side: [[times[at] for at in range(8 * i + 4 * second, 8 * i + 4 * second + 4)]
+                                          for i in range(len(times) // 8)]
+                                   for second, side in enumerate(("library", "floor"))}
 
         program = build / "bin/orvix-bench-service"
         service = stage.start_service(command=[program])
@@ -154,22 +173,30 @@ def live(build, report):
         service.ask("arrivals")
         java.ask("arrivals")
 
-        for state, burners in (("idle", 0), ("both cores busy", 2)):
-            burning = [subprocess.Popen([program, "--burn", "20"]) for _ in range(burners)]
-            try:
-                service.ask(f"requests {LATENCIES}")
-                ways = {"service's request to Java's method": arrivals(java)}
-                java.ask(f"calls {LATENCIES}")
-                ways["Java's call to the service's method"] = arrivals(service)
-            finally:
-                for process in burning:
-                    process.kill()
-                    process.wait()
-            for way, values in ways.items():
-                for share in (50, 99):
-                    report.add("from entry to entry", f"{way}, {state}, p{share}", "us",
-                               percentile(values, share / 100) / 1000)
+        measured = {}
+        for side, calls in (("library", "calls"), ("floor", "bareCalls")):
+            if side == "floor":
+                java.say("registerBare")
+                service.hear("callback", len(stage.lines))
+            for state, burners in (("idle", 0), ("both cores busy", 2)):
+                progress.at(progress.done + 5, f"latencies of the {side}, {state}")
+                burning = [subprocess.Popen([program, "--burn", "20"]) for _ in range(burners)]
+                try:
+                    service.ask(f"requests {LATENCIES}")
+                    measured["service's request to Java's method", state, side] = arrivals(java)
+                    java.ask(f"{calls} {LATENCIES}")
+                    measured["Java's call to the service's method", state, side] = arrivals(service)
+                finally:
+                    for process in burning:
+                        process.kill()
+                        process.wait()
+        report.samples["latencies"] = measured
+        for (way, state, side), values in measured.items():
+            for share in (50, 99) if side == "library" else ():
+                report.add("from entry to entry", f"{way}, {state}, p{share}", "us", *(
+                    percentile(each, share / 100) / 1000 for each in (values, measured[way, state, "floor"])))
 
+        progress.at(progress.done + 5, "deaths and returns")
         ways = {"kill to Java's false": [], "restart to Java's true": [], "of that since registration": []}
         for _ in range(LIVES):
             stage.lines.clear()
@@ -203,19 +230,25 @@ def main():
     parser.add_argument("--build", type=Path, required=True, help="the build folder of the preset bench")
     parser.add_argument("--json", action="store_true", help="one JSON object on standard output")
     parser.add_argument("--seconds", type=float, default=0.3, help="for each time in one process (default 0.3)")
+    parser.add_argument("--plots", type=Path, metavar="FOLDER", help="draw distributions and parts there, each with its floor")
     arguments = parser.parse_args()
     if arguments.seconds <= 0:
         parser.error("--seconds: a positive number, such as 0.3")
     build = arguments.build.resolve()
     report = Report()
-    instructions(build, report)
-    allocations(build, report)
-    micro(build, report, arguments.seconds)
-    try:
-        live(build, report)
-    except Unmet as unmet:
-        raise SystemExit(f"bench: {unmet}") from unmet
+    with Progress("bench", 60) as progress:  # seconds on a quiet machine, about
+        for done, doing, step in (
+                (0, "instructions, under valgrind", lambda: instructions(build, report)),
+                (10, "allocations", lambda: allocations(build, report)),
+                (11, "times in one process", lambda: micro(build, report, arguments.seconds)),
+                (30, "a real Java VM", lambda: live(build, report, progress))):
+            progress.at(done, doing)
+            step()
     size(build, report)
+    if arguments.plots:
+        import plots  # what it draws with takes its time to load
+
+        plots.draw(report.samples, arguments.plots)
     missed = len(report.missed())
     if arguments.json:
         print(json.dumps({"rows": report.rows, "missed": missed}, indent=1))
@@ -227,4 +260,4 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(ending.run(main))

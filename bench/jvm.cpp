@@ -3,10 +3,12 @@
 #include <android/log.h>
 
 #include <chrono>
+#include <cstring>
 #include <thread>
 #include <vector>
 
 #include "bench/Bare.h"
+#include "callback/OrvixCallback.h"
 #include "client/AidlClient.h"
 
 namespace {
@@ -40,6 +42,32 @@ void logLinesOfACallOut() {
     __android_log_print(ANDROID_LOG_DEBUG, "orvixJni", "getJavaCallbackClass End midIs[%d]", 1);
 }
 
+// The shortest way of a request into Java: no queue, no second thread.
+class BareRequest : public orvix::OrvixCallback {
+  public:
+    BareRequest(JavaVM* itsVm, jclass itsClass) : vm(itsVm), callOuts(itsClass) {}
+    orvix::ScopedAStatus startUidStatsPolling(int64_t interval) override {
+        bare::startUidStatsPolling(vm, callOuts, interval);
+        return orvix::ScopedAStatus::ok();
+    }
+
+  private:
+    JavaVM* const vm;
+    const jclass callOuts;
+};
+
+jclass classOfCallOuts(JNIEnv* env) {
+    return static_cast<jclass>(env->NewGlobalRef(env->FindClass("vendor/nuvel/data/orvixadmin/SorvixAidlClient")));
+}
+
+// When the lines came by which a call-out can be divided, of the one thread that logs.
+std::vector<Clock::time_point> gMarks;
+void markLines(const __android_log_message* message) {
+    for (const char* const mark : {"isThreadAttached start", "jni attached", "getJavaCallbackClass End midIs[1]"}) {
+        if (std::strcmp(message->message, mark) == 0) gMarks.push_back(Clock::now());
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -58,8 +86,7 @@ JNIEXPORT jlongArray Java_vendor_nuvel_data_orvixadmin_Bench_callOuts(JNIEnv* en
     dropLog();
     JavaVM* vm = nullptr;
     env->GetJavaVM(&vm);
-    const auto callOuts =
-        static_cast<jclass>(env->NewGlobalRef(env->FindClass("vendor/nuvel/data/orvixadmin/SorvixAidlClient")));
+    const jclass callOuts = classOfCallOuts(env);
     std::vector<jlong> times;
     std::thread([&] {
         for (int batch = 0; batch < batches; ++batch) {
@@ -78,6 +105,43 @@ JNIEXPORT jlongArray Java_vendor_nuvel_data_orvixadmin_Bench_callOuts(JNIEnv* en
     }).join();
     env->DeleteGlobalRef(callOuts);
     return arrayOf(env, times);
+}
+
+// Of each call-out four times: queued and taken, attached, looked up, called and detached; of the library's and of the
+// bare one by turns. The bare one is queued nowhere.
+JNIEXPORT jlongArray Java_vendor_nuvel_data_orvixadmin_Bench_parts(JNIEnv* env, jclass, jint count) {
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    const jclass callOuts = classOfCallOuts(env);
+    std::vector<jlong> times;
+    __android_log_set_logger(markLines);
+    std::thread([&] {
+        for (int i = 0; i < 2 * count; ++i) {
+            gMarks = {Clock::now()};
+            if (i % 2 == 0) {
+                orvix::gAidlClient->pushEv({.type = 8, .longArg = i});
+                orvix::gAidlClient->handleEvents();
+            } else {
+                gMarks.push_back(gMarks.back());
+                bare::startUidStatsPolling(vm, callOuts, i, [] { gMarks.push_back(Clock::now()); });
+            }
+            gMarks.push_back(Clock::now());
+            for (size_t mark = 1; mark < gMarks.size(); ++mark) {
+                times.push_back(nanoseconds(gMarks[mark] - gMarks[mark - 1]));
+            }
+        }
+    }).join();
+    dropLog();
+    env->DeleteGlobalRef(callOuts);
+    return arrayOf(env, times);
+}
+
+// From now on the service asks the bare callback.
+JNIEXPORT void Java_vendor_nuvel_data_orvixadmin_Bench_registerBare(JNIEnv* env, jclass) {
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    static const auto callback = ndk::SharedRefBase::make<BareRequest>(vm, classOfCallOuts(env));
+    if (const auto bound = orvix::gAidlClient->getOrvixService()) bound->registerRequest(callback);
 }
 
 JNIEXPORT jlongArray Java_vendor_nuvel_data_orvixadmin_Bench_loads(JNIEnv* env, jclass, jint count) {

@@ -29,6 +29,12 @@ public final class Bench {
      */
     private static native long[] callOuts(int batches, int each);
 
+    /** Nanoseconds of the four parts of so many call-outs, by turns the library's and the bare sequence's. */
+    private static native long[] parts(int count);
+
+    /** Makes the service ask a callback that calls Java at once, on the binder's thread. */
+    private static native void registerBare();
+
     /** Nanoseconds of JNI_OnLoad, one load an element. */
     private static native long[] loads(int count);
 
@@ -49,18 +55,24 @@ public final class Bench {
                     callOuts(BATCHES, 200);  // warm
                     print("callOuts", callOuts(3 * BATCHES, 200));
                 }
+                case "parts" -> {
+                    parts(2000);  // warm
+                    print("parts", parts(2000));
+                }
+                case "registerBare" -> registerBare();
                 case "initialize" -> JniHelper.initialize();
                 case "sends" -> {
                     prepare();
                     sends();
                     print("sends", sends());
                 }
-                case "calls" -> {
+                case "calls", "bareCalls" -> {
                     for (int i = 0; i < Integer.parseInt(words[1]); i++) {
-                        JniHelper.sendFGNetworkInfo(1, System.nanoTime(), 1);
+                        if (words[0].equals("calls")) JniHelper.sendFGNetworkInfo(1, System.nanoTime(), 1);
+                        else bareSend(1, System.nanoTime(), 1);
                         LockSupport.parkNanos(1_000_000);
                     }
-                    print("calls");
+                    print(words[0]);
                 }
                 case "arrivals" -> {
                     print("arrivals", Arrays.copyOf(arrivals, arrived));
