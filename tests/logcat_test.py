@@ -103,10 +103,11 @@ class Run:
     nothing of the reader."""
 
     def __init__(self, chance, begin, faults):
-        self.chance, self.faults, self.lines, self.now, self.busy = chance, faults, [], begin, begin
+        self.chance, self.faults, self.lines, self.now = chance, faults, [], begin
         self.waiting = [(begin, 0)]  # the times without service: begin, absence, end
         for text in ("I JNI_OnLoad entry", "D registerNativeMethods", "D JNI_OnLoad exit"):
             self.write(self.step(), 1234, text)
+        self.busy = self.now
         at, absence = self.step(0.05), 0
         for life in range(chance.randrange(1, 6)):
             at, absence = self.life(at, absence, 1251 + life, chance.random() < 0.25)
@@ -128,8 +129,9 @@ class Run:
     def event(self, arrives, code, wrong="", absence=None):
         """On the dispatch thread; its first line."""
         chance, name, at = self.chance, lines.EVENTS[code], max(arrives, self.busy) + 0.00005
-        if arrives > self.busy or chance.random() < 0.1:
-            self.write(at, 1240, "D new aidl event arrived")
+        if arrives > self.busy:  # it slept; and may have been woken before for an event that it had taken already
+            for time in (self.busy + 0.00001, at)[chance.random() < 0.7:]:
+                self.write(time, 1240, "D new aidl event arrived")
         begin = first = self.write(at, 1240, f"D handleEvent {code}", untold=wrong == "nobody told")
         texts = ["D isThreadAttached start", "D jni detached", "D jni attached", f"D {name} start",
                  "D getJavaCallbackClass start", f"D getJavaCallbackClass End midIs[{int(wrong != 'no method')}]"]
@@ -176,6 +178,8 @@ class Run:
             died, absence = max(self.step(chance.choice((0.01, 3.0))), said), absence + 1
         final = self.faults and chance.random() < 0.1
         down = self.event(died, -1, "no attach" if final else "", absence)
+        if chance.random() < 0.3:  # one that was under way
+            self.event(died + 0.0002, 24)
         self.waiting.append((down.time + 0.00005, absence))
         again = self.busy + 0.0005 + chance.choice((0.001, 0.2, 7.0))
         if at_once:
@@ -218,15 +222,17 @@ CASES = {  # "[+SECONDS] [TID] priority [TAG!] message; ...", a millisecond apar
     f"{BOUND}; {DOWN}; 51 D bindToService is successful; {UP}; {REQUEST}": "",
     f"{BOUND}; 51 D bindToService is successful": "twice",
     f"{BOUND}; 41 D new aidl event arrived": "twice",
+    f"{BOUND}; {GOOD_LOAD}; D handleEvent 3; 41 D new aidl event arrived": "loaded again",
     f"{BOUND}; {GOOD_LOAD}; 60 D bindToService is successful; 61 D handleEvent 0": "loaded again",
     f"{BOUND}; I ActivityManager! Start proc 1234:an.app/u0a1 for x; {GOOD_LOAD}": "",
     "I JNI_OnLoad entry; E JNI_OnLoad GetEnv failed; " + BOUND: "no jni",
     BOUND.replace("D jni attached; ", ""): "lines missing",
+    "I JNI_OnLoad entry; D JNI_OnLoad exit": "lines missing",
     f"{GOOD_LOAD}; {UP}; {REQUEST}": "lines missing",  # the line of the binding
+    f"{GOOD_LOAD}; {UP}; 50 D bindToService is successful; {REQUEST}": "",  # which comes late
     BOUND.replace("I initialize callback success", "D new aidl event arrived"): "nobody told",
     f"{BOUND}; {REQUEST}; I chatty! uid=10123(an.app) Thread-4 expire 12 lines; D getJavaCallbackClass start": "dropped",
     "I JNI_OnLoad entry; I initialize callback success; I initialize callback success": "filtered",
-    f"{BOUND}; -3600 {DOWN}; +0.5 51 D bindToService is successful; {UP}": "",  # the clock is set
     f"{GOOD_LOAD}; W SELinux! avc:  denied  {{ find }} for pid=1234 name=vendor.nuvel.data.orvixservice scontext=u:r:orvix_app:s0 "
     "tcontext=u:object_r:orvix_service:s0 tclass=service_manager permissive=0": "denied",
     "W SELinux! avc:  denied  { find } for name=foreign scontext=u:r:a:s0 tcontext=u:object_r:b:s0 tclass=c": "",
@@ -238,6 +244,17 @@ CASES = {  # "[+SECONDS] [TID] priority [TAG!] message; ...", a millisecond apar
     f"{BOUND}; 7 F DEBUG! pid: 1234, tid: 1240, name: Thread-4  >>> an.app <<<; 7 F DEBUG! #00 pc 0001  /x/libfoo.so": "",
     f"{GOOD_LOAD}; E AndroidRuntime! java.lang.NoClassDefFoundError: vendor/nuvel/data/orvixadmin/SorvixAidlClient": "no class",
     'E AndroidRuntime! java.lang.UnsatisfiedLinkError: dlopen failed: library "libOrvixJni.so" not found': "not linked",
+}
+LOST = "D sendRadioStatus start; E sendRadioStatus: OrvixService is not ready"
+BACK = f"51 D bindToService is successful; {UP}"
+OUTAGES = {  # the length of each outage, if it is over, and how many calls were lost
+    f"{BOUND}; {DOWN}; {LOST}; +4 {BACK}": [(4.008, True, 1)],
+    f"{BOUND}; {DOWN}; -3600 {LOST}; {BACK}": [(None, True, 1)],  # the clock is set
+    f"{DOWN}; +4 {BACK}": [(4.006, True, 0)],
+    f"{REQUEST}; +2 {REQUEST}; {REQUEST}; {DOWN}; {BACK}": [(0.007, True, 0)],  # a request comes of a bound service only
+    f"{DOWN}; {BACK}; {LOST}; {DOWN}; {LOST}": [(None, None, 0), (None, False, 1)],  # whose first binding may be a dead one's
+    f"{DOWN}; {BACK}; {LOST}; 52 D bindToService is successful": [(0.018, True, 1)],  # was one
+    f"{BOUND}; 51 D bindToService is successful; {DOWN}; {LOST}; {BACK}": [(None, None, 1)],
 }
 # Of the transcripts' scenes: what is found beside what their lines of priority E say.
 SCENES = {"codes that belong to nobody": 4 * ["no such event"], "method missing": ["no method"], "no object in down": ["nobody told"],
@@ -308,6 +325,13 @@ class Statements(unittest.TestCase):
             with self.subTest(text):
                 found = told(simple(text))["findings"]
                 self.assertEqual([one["kind"] for one in found if one["kind"] != "begins late"], kinds.split(", ") if kinds else [])
+
+    def test_outages(self):
+        for text, outages in OUTAGES.items():
+            with self.subTest(text):
+                process, = told(simple(text))["processes"]
+                self.assertEqual([(outage["seconds"], outage["over"], sum(outage["lost"].values()))
+                                  for outage in process["outages"]], outages)
 
     def test_command(self):
         """Exit codes, bugreports, a live log that ends by SIGINT or whose reader ends."""

@@ -111,6 +111,7 @@ class Dispatch:
     def __init__(self):
         self.last = None  # its kind; None when what was before is not known
         self.code = None
+        self.busy = None  # time of its last line but wake-ups and their events
         self.began = None
         self.record = None
         self.clean = False  # every line of this event has been seen
@@ -259,7 +260,7 @@ class Process:
         thread = self.threads.get(record.tid)
         if thread is None:
             thread = self.threads[record.tid] = Dispatch()
-            if record.tid not in self.old and len(self.threads) > 1 and self.old.isdisjoint(self.threads):
+            if len(self.threads) > 1 and self.old.isdisjoint(self.threads):
                 self.twice(record, f"{len(self.threads)} threads take events from the queue "
                            f"({', '.join(map(str, self.threads))}), so one may overtake the other")
             if self.complete and kind not in REST:
@@ -274,12 +275,14 @@ class Process:
                     self.hole(record)
                 thread.last, thread.code, thread.clean = None, None, False
         last, thread.last = thread.last, kind
-        if kind in REST:
+        if kind not in REST:
+            thread.busy = record.time
+        else:
             if thread.clean:
                 self.end(thread, last, record, kind)
             thread.clean = False
         if kind == "event":
-            self.take_event(record, thread, values[0])
+            self.take_event(record, thread, values[0], last)
         elif kind in _CODES or kind == "request":
             thread.code = _CODES[values[0] if kind == "request" else kind]
         if kind == "down":
@@ -296,7 +299,7 @@ class Process:
         elif kind in ("socket", "tagged", "no socket", "no tag"):
             self.sockets[kind] += 1
 
-    def take_event(self, record, thread, code):
+    def take_event(self, record, thread, code, last):
         thread.code, thread.began, thread.record, thread.clean = code, record.time, record, True
         if code == UP:
             self.ups += 1
@@ -305,8 +308,9 @@ class Process:
                 self.bind(record)
         elif code > 0 and code in EVENTS:
             self.requests[EVENTS[code]] += 1
-            # Only a service that has the callback asks, and it got that after the line of its binding.
-            if self.plain and (seconds(self.changed, record) or 0) >= STALL:
+            # Only a bound service asks. One that has died since may have done so just before; but what is taken after
+            # a wake-up was queued after the event before was done.
+            if self.plain and last == "wake" and (seconds(self.changed, thread.busy) or 0) >= STALL:
                 self.links = frozenset({1})
         elif code not in EVENTS:
             self.find("no such event", f"an event {code} was queued, which nobody makes; it is ignored",
@@ -383,15 +387,14 @@ class Process:
         if self.absence:
             self.absence.began = None
         for thread in self.threads.values():
-            thread.began = None
+            thread.began = thread.busy = None
 
     def take_failure(self, record, row, values):
         kind, value = row.kind, values[0] if values else ""
         if kind == "not ready":
             self.lost[value] += 1
             # One that found no service may say so a moment after the next binding.
-            absence = self.absence or (self.absences[-1] if self.links == {1} and self.absences
-                                       and (seconds(self.changed, record) or 0) < STALL else None)
+            absence = self.absence or (self.absences[-1] if self.absences and self.links == {1} else None)
             if absence:
                 (absence.unsure if absence.ended is None else absence.lost)[value] += 1
             if sum(absence.lost.values() if absence else self.lost.values()) == 1:
