@@ -10,6 +10,7 @@ import ending  # the first: from here on SIGINT has no traceback
 
 import argparse
 import collections
+import json
 import os
 import random
 import re
@@ -34,7 +35,7 @@ VM_OPTIONS = "-Xcheck:jni -Xms32m -Xmx32m -XX:+AlwaysPreTouch -XX:-UseDynamicNum
 
 
 class Soak:
-    def __init__(self, stage, seed, quiet):
+    def __init__(self, stage, seed, quiet, log=None):
         self.stage, self.quiet = stage, quiet
         self.random = random.Random(seed)
         stage.show = self.take
@@ -43,7 +44,7 @@ class Soak:
             self.app = stage.start_app(*arguments, command=[stage.build / "bin/soak_app"])
         else:
             self.app = stage.start_app(*arguments, main="Soak", options=VM_OPTIONS,
-                                       stderr=subprocess.STDOUT if stage.timeline else subprocess.DEVNULL)
+                                       stderr=subprocess.STDOUT if stage.timeline else log or subprocess.DEVNULL)
         self.violations = []
         self.strange = []
         self.life = 0
@@ -204,6 +205,20 @@ class Soak:
         code, _ = self.app.wait_exit()
         self.expect(code == 0, f"the application ends with {code}")
 
+    def compare(self, log):
+        """What ./orvix logcat reads in the application's log is what has happened."""
+        reader = Path(__file__).resolve().parents[2] / "device/logcat/logcat.py"
+        said = json.loads(subprocess.run([reader, "--json", log], stdout=subprocess.PIPE, check=False).stdout)
+        process, = said["processes"]
+        requests = sum(process["requests"].values()) - process["requests"].get("getSocketFd", 0)
+        read = process["deaths"], process["told"]["up"], process["told"]["down"], requests
+        been = self.told[False], self.told[True], self.told[False], self.counts["requests"]
+        self.expect(read == been, f"./orvix logcat reads {read} in {log}: deaths, Java told true and false, requests; not {been}")
+        over = [outage["over"] for outage in process["outages"]]
+        self.expect(all(over[:-1]) and over[-1] is False, f"./orvix logcat sees {over.count(True)} of {len(over)} outages end")
+        wrong = {finding["kind"] for finding in said["findings"]}
+        self.expect(wrong <= {"not ready", "held"}, f"./orvix logcat finds {wrong} in {log}")
+
     def counted(self):
         return ", ".join(f"{self.counts[what]:,} {what}" for what in ("calls", "requests", "sockets"))
 
@@ -223,7 +238,11 @@ def main():
     parser.add_argument("--seed", type=int, help="repeats a run; random otherwise")
     parser.add_argument("--quiet-vm", action="store_true", help="without a Java VM, as under a sanitizer")
     parser.add_argument("--trace", type=Path, metavar="FILE.json", help="write the run as trace events; best of few lives")
+    parser.add_argument("--log", type=argparse.FileType("wb"), metavar="FILE",
+                        help="keep the application's log here, and see what ./orvix logcat reads in it")
     arguments = parser.parse_args()
+    if arguments.log and (arguments.trace or arguments.quiet_vm):
+        parser.error("--log: not with --trace or --quiet-vm")
     timeline = Timeline() if arguments.trace else None
     if arguments.cycles <= WARM_UP:
         parser.error(f"--cycles: a number above {WARM_UP}, such as 1000")
@@ -231,7 +250,7 @@ def main():
     print(f"seed {seed}", flush=True)
     # A sanitizer's quarantine would pass for growth.
     with Stage(arguments.build, timeline=timeline, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "quarantine_size_mb=1")) as stage:
-        soak = Soak(stage, seed, arguments.quiet_vm)
+        soak = Soak(stage, seed, arguments.quiet_vm, arguments.log)
         try:
             seconds = arguments.minutes and arguments.minutes * 60
             with Progress("soak", seconds or arguments.cycles) as progress:
@@ -239,6 +258,8 @@ def main():
         except Unmet as unmet:
             soak.violations.append(str(unmet))
         soak.expect(not soak.strange, "the application says:\n" + "\n".join(soak.strange[:100]))
+        if arguments.log and not soak.violations:
+            soak.compare(arguments.log.name)
     if timeline:
         tracefile.write(timeline.finish(), arguments.trace)
         print(f"wrote {arguments.trace}")
