@@ -2,6 +2,7 @@
 // again; and the parcel inspector, which knows the framing a second time, agrees about status and position.
 
 #include "fuzz/Fuzz.h"
+#include "sim/json/Types.h"
 #include "sim/parcel/Walk.h"
 
 namespace fuzz {
@@ -24,8 +25,9 @@ void tryRecord(AParcel* parcel, int32_t start) {
     const Bytes first = written(record);
 
     if (start == 0) {
+        AParcel_setDataPosition(parcel, 0);
         sim::Walk walk(parcel);
-        walk.walkRecord<R>();
+        walk.walkWhole(sim::typeOf<R>());
         invariant(walk.failure.empty() == (status == STATUS_OK), "the inspector's walk fails where the reader fails");
         invariant(status != STATUS_OK || AParcel_getDataPosition(parcel) == position, "and ends where the reader ends");
     }

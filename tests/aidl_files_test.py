@@ -28,6 +28,7 @@ def listed(text):
 def main(folder, *tool):
     lines = [line for path in pathlib.Path(folder).rglob("*.aidl") for line in listed(path.read_text(encoding="utf-8"))]
     rows = subprocess.run([*tool, "list"], check=True, capture_output=True, text=True).stdout.splitlines()
+    rows = [row for row in rows if ".getInterface" not in row]  # which every interface has
     faults = [f"only in the files or only in the rows: {line}" for line in sorted(set(lines) ^ set(rows))]
     # A row's name beside another member of the same type would pass every comparison of names and bytes.
     headers = "".join(path.read_text(encoding="utf-8") for path in pathlib.Path(folder).glob("*.h"))

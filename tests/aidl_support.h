@@ -14,6 +14,7 @@
 #include "aidl/IOrvixService.h"
 #include "aidl/IRequest.h"
 #include "sim/json/Json.h"
+#include "sim/json/Types.h"
 
 namespace orvix_test {
 

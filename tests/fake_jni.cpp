@@ -19,6 +19,7 @@
 #include <mutex>
 
 #include "sim/json/Json.h"
+#include "sim/json/Types.h"
 #include "tests/jni_recorder.h"
 #include "tests/process.h"
 

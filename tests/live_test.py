@@ -18,6 +18,9 @@ import xml.etree.ElementTree
 from pathlib import Path
 
 SIM = Path(__file__).resolve().parent.parent / "sim"
+sys.path.insert(0, str(SIM / "live"))
+from stage import Stage  # noqa: E402
+
 BAD = {  # typed: in the answer
     "sendScrenState true": "sendScrenState: no such verb; nearest: sendScreenState,",
     "sendScreenState": "takes 1 arguments (sendScreenState on:boolean), not 0; example: sendScreenState true",
@@ -82,6 +85,49 @@ def run_faults(log, files):
     return faults + [f"{text} is not drawn" for text in {"SIGKILL", "5. A death and a return", *asked} - drawn - UNDRAWN]
 
 
+# What two peers of other versions make of the same lines: options; typed to the service, as it is at Java; and what the
+# service sees of a battery.
+PEERS = [
+    (["--version", "6"], {'updateStats 1 2 3 4 5 6 7 "lo"': ("updateStats", [1, 2, 3, 4, 5, 6, 7, ""])}, {"int1": 87}),
+    (["--version", "8", "--slow", "200"], {
+        'updateStats 1 2 3 4 5 6 7 "lo"': ("updateStats", [1, 2, 3, 4, 5, 6, 7, "lo"]),
+        "updateStats hex:0c0000000900000000000000": ("updateStats", [9, 0, 0, 0, 0, 0, 0, ""]),
+        "updateStats hex:03000000": None,
+        "transact 4 hex:0800000000000000": ("startUidStatsPolling", [8])}, {"int1": 87, "flag1": True, "added": 0}),
+]
+
+
+def service_faults(build):
+    """Callbacks are numbered and their deaths told; other versions and raw bytes arrive as such; calls take their time."""
+    with Stage(build) as stage:
+        app, number = stage.start_app(), 0
+        for options, requests, battery in PEERS:
+            service, number = stage.start_service(*options), 1
+            stage.wait("the callback", lambda: stage.find(event="callback", number=number))
+            begin, now = len(stage.lines), time.monotonic()
+            for words in requests:
+                service.say(words)
+            app.say("sendBatteryStatus 87 true\nqueryStats")
+            last = stage.wait("both calls", lambda: stage.find(begin, call="queryStats"))
+            wanted = [call for call in requests.values() if call]
+            stage.wait("the requests", lambda: len(stage.call_outs(begin)) >= len(wanted))
+            got = stage.call_outs(begin), dict(stage.calls(begin))["sendBatteryStatus"][0], "--slow" not in options or last.when - now > 0.2
+            if got != (wanted, battery, True):
+                return [f"{options}: {got}, not {(wanted, battery)}"]
+            service.kill()
+            stage.wait("false", lambda: stage.find(begin, java="onIServiceBinderAvailable", args=[False]))
+            del stage.lines[:]
+        service = stage.start_service()
+        for number in (1, 2):
+            stage.wait("the callback", lambda: stage.find(event="callback", number=number))
+            service.say("getRadioStatus")
+            stage.wait("its request", lambda: stage.find(request="getRadioStatus", callback=number))
+            app.kill()
+            stage.wait("its death", lambda: stage.find(event="died", number=number))
+            app = stage.start_app()
+    return []
+
+
 def early_ends(build):
     """Signals at random moments, a reader that goes away: the exit code, and that no process and no folder is left."""
     with tempfile.TemporaryDirectory() as folder:
@@ -118,7 +164,7 @@ def readable(path):
 
 
 def main(build):
-    faults = early_ends(build)
+    faults = early_ends(build) + service_faults(build)
     for command, environment, text, code, texts in RUNS:
         with tempfile.TemporaryDirectory() as folder:
             files = f"{folder}/run"

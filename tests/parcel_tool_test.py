@@ -17,8 +17,19 @@ TOLD = re.compile(r"orvix-parcel: line \d+: (?:note: .+|[A-Za-z.]+: (?:NOT_ENOUG
 TRUE_7 = '{"int1":7,"flag1":true}'
 BATTERY = "0c0000000700000001000000"
 DESCRIPTOR = "852a6466" + "00" * 20
+NO_PATH = "a descriptor's path is not in the bytes: reading gives /dev/null for any"
+TOKEN = "00000080" "ffffffff" "53595354" "27000000" + "vendor.nuvel.data.orvixservice.IRequest\0".encode("utf-16-le").hex()
 CASES = {  # command: output, and error output, as a regular expression
     f"decode BatteryState {BATTERY.upper()}": (TRUE_7, ""),
+    # As captured.
+    f"decode BatteryState 0x0c 0X00,0x00 0x00\n{BATTERY[8:]}\r\n": (TRUE_7, ""),
+    f"decode IRequest.getFdforUID {TOKEN}07000000": ("[7]", "note: the interface token in front takes 96 bytes, .*"),
+    f"decode IOrvixService.sendLPMStatus {TOKEN}01000000": ("", ".*: the bytes begin with .* a call to vendor.*IRequest"),
+    f"decode BatteryState {TOKEN}{BATTERY}": ("", ".*: the bytes begin with the interface token of a call to .*IRequest"),
+    # What every interface can be asked.
+    "decode IRequest.getInterfaceVersion.reply 0000000007000000": ("[7]", ""),
+    'encode IOrvixService.getInterfaceHash.reply ["a"]': ("00000000" "01000000" "61000000", ""),
+    "decode IOrvixService.getInterfaceHash.reply fdffffff010000006100000000000000": ("", ".*: no answer, but .*EX_ILLEGAL_ARG.*"),
     # Another process's binder cannot be made, but its bytes can be shown.
     f"decode IOrvixService.registerRequest 852a68731300000001000000{'00' * 12}3f000000": ('["remote binder"]', ""),
     'encode IOrvixService.registerRequest ["remote binder"]': ("", ".*: argument 1: must be IRequest, .*"),
@@ -80,11 +91,14 @@ class ParcelTool(unittest.TestCase):
         for name, (values, sent) in subjects().items():
             with self.subTest(name):
                 decoded = tool("decode", name, "-", items=[bits for _, bits in sent])
-                self.assertEqual((decoded.returncode, decoded.stderr), (0, ""))
+                paths = "".join(f"orvix-parcel: line {i + 1}: note: {NO_PATH}\n" for i, (value, _) in enumerate(sent)
+                                if "fd of" in value)
+                self.assertEqual((decoded.returncode, decoded.stderr), (0, paths))
                 self.assertEqual(decoded.stdout.split("\n")[:-1], [value for value, _ in sent])
                 encoded = tool("encode", name, "-", items=values)
                 self.assertEqual(encoded.stdout.splitlines(), [bits for _, bits in sent])
                 self.assertEqual(encoded.stderr.count(" (ParcelFileDescriptor)\n"), len(values) - len(sent))
+                self.assertEqual(encoded.stderr.count(NO_PATH), paths.count("\n"))
 
                 bits = max((bits for _, bits in sent), key=len, default="")[:800]
                 items = [bits[:at] + end for at in range(0, len(bits), 8) for end in

@@ -1,31 +1,23 @@
-// What tools need to know of the interface's types: for each its name in .aidl and an example to type.
+// From the types of the C++ side to those that are data. Whoever needs no more than these includes Type.h.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "aidl/IOrvixService.h"
 #include "aidl/IRequest.h"
+#include "sim/json/Type.h"
 
 namespace sim {
 
 namespace orvix = aidl::vendor::nuvel::data::orvixservice;
-using Json = nlohmann::ordered_json;
-using Bytes = std::vector<uint8_t>;
-
-using orvix::Records;
 
 template <typename T, template <typename...> class Template>
 inline constexpr bool kIs = false;
 template <template <typename...> class Template, typename... Args>
 inline constexpr bool kIs<Template<Args...>, Template> = true;
 
-template <typename T>
-concept Descriptor = std::is_same_v<T, ndk::ScopedFileDescriptor>;
-// A shared pointer to one of the two interfaces.
-template <typename T>
-concept Object = kIs<T, std::shared_ptr>;
 template <typename T>
 concept RecordList = kIs<T, std::vector> && !std::is_same_v<T, Bytes>;
 
@@ -36,91 +28,111 @@ template <typename I>
 void forEachMethod(auto&& visit) {
     std::apply([&](const auto&... rows) { (visit(rows), ...); }, I::methods);
 }
-template <typename R>
-void forEachMember(auto&& visit) {
-    std::apply([&](const auto&... fields) { (visit(fields), ...); }, R::members);
-}
 template <typename Row>
 using ArgumentsOf = typename std::remove_cvref_t<Row>::Arguments;
 
-template <typename T>
-std::string typeName();
+namespace types {
 
-template <typename... Args>
-std::string typeNames(const std::tuple<Args...>*) {
-    std::string names;
-    ((names += (names.empty() ? "" : ", ") + typeName<Args>()), ...);
-    return "(" + names + ")";
-}
-
-// As in .aidl; of a tuple of arguments: all of them, in brackets.
 template <typename T>
-std::string typeName() {
-    if constexpr (orvix::Record<T>)
-        return shortName(T::descriptor);
-    else if constexpr (RecordList<T>)
-        return typeName<typename T::value_type>() + "[]";
-    else if constexpr (Object<T>)
-        return shortName(T::element_type::descriptor);
-    else if constexpr (Descriptor<T>)
-        return "ParcelFileDescriptor";
-    else if constexpr (kIs<T, std::tuple>)
-        return typeNames(static_cast<const T*>(nullptr));
-    else if constexpr (std::is_same_v<T, orvix::RatType>)
-        return "RatType";
+std::pair<Type::Kind, const char*> plain() {
+    using enum Type::Kind;
+    if constexpr (std::is_same_v<T, orvix::RatType>)
+        return {kInt, "RatType"};
     else if constexpr (std::is_same_v<T, orvix::TechType>)
-        return "TechType";
+        return {kInt, "TechType"};
     else if constexpr (std::is_same_v<T, orvix::ThermalState>)
-        return "ThermalState";
+        return {kInt, "ThermalState"};
     else if constexpr (std::is_same_v<T, orvix::SlotId>)
-        return "SlotId";
+        return {kInt, "SlotId"};
     else if constexpr (std::is_same_v<T, bool>)
-        return "boolean";
+        return {kBool, "boolean"};
     else if constexpr (std::is_same_v<T, int32_t>)
-        return "int";
+        return {kInt, "int"};
     else if constexpr (std::is_same_v<T, int64_t>)
-        return "long";
+        return {kLong, "long"};
     else if constexpr (std::is_same_v<T, std::string>)
-        return "String";
+        return {kText, "String"};
     else if constexpr (std::is_same_v<T, std::optional<std::string>>)
-        return "@nullable String";
+        return {kNullableText, "@nullable String"};
+    else if constexpr (std::is_same_v<T, ndk::ScopedFileDescriptor>)
+        return {kDescriptor, "ParcelFileDescriptor"};
+    else if constexpr (std::is_same_v<T, std::shared_ptr<orvix::IRequest>>)
+        return {kCallback, "IRequest"};
     else {
         static_assert(std::is_same_v<T, Bytes>, "a type that is new to the interface needs a name here");
-        return "byte[]";
+        return {kBytes, "byte[]"};
     }
 }
 
-// A value of the type, as JSON.
+template <typename R, size_t... I>
+std::vector<Member> membersOf(std::index_sequence<I...>) {
+    return {Member{std::get<I>(R::members).name,
+                   typeOf<std::remove_cvref_t<decltype(std::declval<R&>().*std::get<I>(R::members).member)>>(),
+                   [](void* whole) -> void* { return &(static_cast<R*>(whole)->*std::get<I>(R::members).member); }}...};
+}
+template <typename Tuple, size_t... I>
+std::vector<Member> argumentsOf(std::index_sequence<I...>) {
+    return {Member{"argument " + std::to_string(I + 1), typeOf<std::tuple_element_t<I, Tuple>>(),
+                   [](void* whole) -> void* { return &std::get<I>(*static_cast<Tuple*>(whole)); }}...};
+}
+
 template <typename T>
-Json exampleOf() {
-    if constexpr (orvix::Record<T>) {
-        Json object = Json::object();
-        forEachMember<T>([&](const auto& field) {
-            object[field.name] = exampleOf<std::remove_cvref_t<decltype(std::declval<T&>().*field.member)>>();
-        });
-        return object;
-    } else if constexpr (RecordList<T>)
-        return Json::array({exampleOf<typename T::value_type>()});
+binder_status_t read(const AParcel* parcel, void* value) {
+    T& target = *static_cast<T*>(value);
+    if constexpr (orvix::Record<T>)
+        return target.readFromParcel(parcel);
     else if constexpr (kIs<T, std::tuple>)
-        return []<typename... A>(const std::tuple<A...>*) {
-            Json list = Json::array();
-            (list.push_back(exampleOf<A>()), ...);
-            return list;
-        }(static_cast<const T*>(nullptr));
-    else if constexpr (Object<T>)
-        return "local binder";
-    else if constexpr (Descriptor<T>)
-        return "fd of /dev/null";
-    else if constexpr (std::is_same_v<T, bool>)
-        return true;
-    else if constexpr (std::is_same_v<T, int64_t>)
-        return 5000;
-    else if constexpr (std::is_same_v<T, int32_t> || orvix::Enumeration<T>)
-        return 5;
-    else if constexpr (std::is_same_v<T, Bytes>)
-        return "hex:00ff";
+        return orvix::readArguments(parcel, target);
     else
-        return "some text";
+        return orvix::readValue(parcel, target);
+}
+template <typename T>
+binder_status_t write(AParcel* parcel, const void* value) {
+    const T& source = *static_cast<const T*>(value);
+    if constexpr (orvix::Record<T>)
+        return source.writeToParcel(parcel);
+    else if constexpr (kIs<T, std::tuple>)
+        return std::apply([&](const auto&... args) { return orvix::writeArguments(parcel, args...); }, source);
+    else
+        return orvix::writeValue(parcel, source);
+}
+
+template <typename T>
+Type make() {
+    const auto of = [](Type::Kind kind, std::string name) {
+        const auto makeValue = []() -> std::shared_ptr<void> { return std::make_shared<T>(); };
+        return Type{kind, std::move(name), makeValue, read<T>, write<T>};
+    };
+    if constexpr (orvix::Record<T>) {
+        Type type = of(Type::Kind::kRecord, shortName(T::descriptor));
+        type.members = membersOf<T>(std::make_index_sequence<orvix::record::kMembers<T>>());
+        return type;
+    } else if constexpr (kIs<T, std::tuple>) {
+        Type type = of(Type::Kind::kArguments, "");
+        type.members = argumentsOf<T>(std::make_index_sequence<std::tuple_size_v<T>>());
+        for (const Member& member : type.members) type.name += (type.name.empty() ? "" : ", ") + member.type.name;
+        type.name = '(' + type.name + ')';
+        return type;
+    } else if constexpr (RecordList<T>) {
+        const Type& element = typeOf<typename T::value_type>();
+        Type type = of(Type::Kind::kList, element.name + "[]");
+        type.element = &element;
+        type.size = [](const void* list) { return static_cast<const T*>(list)->size(); };
+        type.resize = [](void* list, size_t size) { static_cast<T*>(list)->resize(size); };
+        type.at = [](const void* list, size_t i) -> const void* { return &static_cast<const T*>(list)->at(i); };
+        return type;
+    } else {
+        const auto [kind, name] = plain<T>();
+        return of(kind, name);
+    }
+}
+
+}  // namespace types
+
+template <typename T>
+const Type& typeOf() {
+    static const Type type = types::make<T>();
+    return type;
 }
 
 }  // namespace sim

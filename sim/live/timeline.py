@@ -179,7 +179,7 @@ class Timeline:
                 del self._transactions[key]
             if kind == "serve" and name in EVENT_OF:
                 self._push(when, thread, EVENT_OF[name], way)
-        elif kind == "death":
+        elif kind == "death" and self.processes.get(thread[0]) == "application":  # the service buries callbacks
             self.ways.append(Way(EVENTS[DOWN], served=self._begin(when, thread, text, kind="death")))
             self._push(when, thread, DOWN, self.ways[-1])
         else:

@@ -92,7 +92,7 @@ class Log:
 def note(value):
     """What a line that is no call says."""
     if "event" in value:
-        return f"{value['event']} {value.get('request', '')} {value.get('status', '')}".rstrip()
+        return " ".join(str(value[name]) for name in ("event", "number", "request", "status") if name in value)
     if "socket" in value:
         got = value["socket"]
         return (f"socket {got['id']}: {got['family']} {got['type']} {got['protocol']}, "

@@ -19,4 +19,7 @@ inline constexpr size_t kBinderWords = kObjectWords + 1;
 inline constexpr size_t kDescriptorFrom = 2;
 inline constexpr size_t kDescriptorWords = kDescriptorFrom + kObjectWords;
 
+// What there is to say of a descriptor, read or written.
+inline constexpr const char* kNoPath = "a descriptor's path is not in the bytes: reading gives /dev/null for any";
+
 }  // namespace sim

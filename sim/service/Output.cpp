@@ -7,20 +7,37 @@
 namespace sim {
 namespace {
 
-std::string callOf(const char* name, const Json& arguments) {
+std::string callOf(const std::string& name, const Json& arguments) {
     std::string text;
     for (const Json& argument : arguments) text += (text.empty() ? "" : ", ") + argument.dump();
-    return std::string(name) + '(' + text + ')';
+    return name + '(' + text + ')';
 }
 
 }  // namespace
 
-void Output::ready(const std::string& instance) {
-    print({{"event", "ready"}}, "Service .. registered as " + instance + "; help lists the requests, quit ends");
+void Output::ready(const std::string& instance, const std::string& folder, int version) {
+    print({{"event", "ready"}, {"name", instance}, {"folder", folder}, {"version", version}},
+          "Service .. registered as " + instance + " in " + folder + ", version " + std::to_string(version) +
+              "; help lists the requests, quit ends");
 }
 
-void Output::call(const char* name, const Json& arguments) {
+void Output::call(const std::string& name, const Json& arguments) {
     print({{"call", name}, {"args", arguments}}, "Service <- " + callOf(name, arguments));
+}
+
+void Output::unreadable(const std::string& name, const std::string& status) {
+    print({{"event", "unreadable"}, {"call", name}, {"status", status}},
+          "Service <- " + name + ": the arguments cannot be read: " + status);
+}
+
+void Output::callback(size_t number) {
+    print({{"event", "callback"}, {"number", number}},
+          "Service .. callback " + std::to_string(number) + " is asked from now on");
+}
+
+void Output::died(size_t number) {
+    print({{"event", "died"}, {"number", number}},
+          "Service .. callback " + std::to_string(number) + " is dead: its application has ended");
 }
 
 void Output::socket(const Json& facts) {
@@ -31,11 +48,12 @@ void Output::socket(const Json& facts) {
     print({{"socket", facts}}, "Service .. socket: " + text);
 }
 
-void Output::request(const char* name, const Json& arguments, const std::string& status) {
-    const std::string people = callOf(name, arguments);
-    if (status.empty()) return print({{"request", name}, {"args", arguments}}, "Service -> " + people);
-    print({{"event", "failed"}, {"request", name}, {"args", arguments}, {"status", status}},
-          "Service -> " + people + " failed: " + status);
+void Output::request(const std::string& name, const Json& arguments, size_t callback, const std::string& status) {
+    Json line = {{"request", name}, {"args", arguments}, {"callback", callback}};
+    const std::string people = "Service -> " + callOf(name, arguments) + " to callback " + std::to_string(callback);
+    if (status.empty()) return print(line, people);
+    line.update({{"event", "failed"}, {"status", status}});
+    print(line, people + " failed: " + status);
 }
 
 void Output::help(const std::string& text) { put(json ? STDERR_FILENO : STDOUT_FILENO, text); }

@@ -1,7 +1,7 @@
 // What a received descriptor is good for.
 #pragma once
 
-#include "sim/json/Types.h"
+#include "sim/json/Json.h"
 
 namespace sim {
 

@@ -20,6 +20,8 @@
 #include <random>
 #include <thread>
 
+#include "Folder.h"
+
 namespace standin {
 namespace {
 
@@ -116,14 +118,7 @@ std::string startListening() {
 }
 
 int openFolder() {
-    const auto variable = [](const char* name) {
-        const char* const value = std::getenv(name);
-        return std::string(value == nullptr ? "" : value);
-    };
-    std::string path = variable("ORVIX_BINDER_DIR");
-    const std::string runtime = variable("XDG_RUNTIME_DIR");
-    if (path.empty())
-        path = runtime.empty() ? "/tmp/orvix-binder-" + std::to_string(geteuid()) : runtime + "/orvix-binder";
+    const std::string path = binderFolder();
     mkdir(path.c_str(), 0700);
     ndk::ScopedFileDescriptor opened = moveHigh(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat info {};
