@@ -141,7 +141,8 @@ def micro(build, report, seconds):
 def arrivals(half):
     """What each of those that were just sent took to this half."""
     values = []
-    half.stage.wait(f"{LATENCIES} have arrived", lambda: values.extend(half.ask("arrivals")) or len(values) >= LATENCIES)
+    half.stage.wait(f"{LATENCIES} have arrived",
+                    lambda: values.extend(half.ask("arrivals")) or len(values) >= LATENCIES)
     return values
 
 
@@ -230,7 +231,7 @@ def main():
     parser.add_argument("--build", type=Path, required=True, help="the build folder of the preset bench")
     parser.add_argument("--json", action="store_true", help="one JSON object on standard output")
     parser.add_argument("--seconds", type=float, default=0.3, help="for each time in one process (default 0.3)")
-    parser.add_argument("--plots", type=Path, metavar="FOLDER", help="draw distributions and parts there, each with its floor")
+    parser.add_argument("--plots", type=Path, metavar="FOLDER", help="draw latencies, parts and the queue there")
     arguments = parser.parse_args()
     if arguments.seconds <= 0:
         parser.error("--seconds: a positive number, such as 0.3")

@@ -2,16 +2,11 @@
 
 import statistics
 
-import matplotlib
+import matplotlib.pyplot as plt
+from drawing import AMBER, BLUE, GREEN, GREY, STYLE, VIOLET, save
 
-matplotlib.use("svg")
-import matplotlib.pyplot as plt  # noqa: E402
-
-LIBRARY, FLOOR, INK = "#2f6fb5", "#9aa4b0", "#24292f"
-PARTS = ("queued and taken", "attach", "look up", "call and detach")
-STYLE = {"svg.fonttype": "none", "svg.hashsalt": "orvix", "font.family": "sans-serif", "font.size": 8, "text.color": INK,
-         "axes.spines.top": False, "axes.spines.right": False, "axes.titlesize": 9, "axes.titleweight": "bold",
-         "axes.titlelocation": "left", "legend.frameon": False, "figure.facecolor": "white"}
+LIBRARY, FLOOR = BLUE, GREY
+PARTS = {"queued and taken": AMBER, "attach": BLUE, "look up": VIOLET, "call and detach": GREEN}
 
 
 def draw(samples, folder):
@@ -20,8 +15,7 @@ def draw(samples, folder):
     with plt.rc_context(STYLE):
         for name, figure in (("latencies", latencies(samples["latencies"])), ("call-out", parts(samples["parts"])),
                              ("queue", queue(samples["queue"], samples["instructions"]))):
-            figure.savefig(folder / f"{name}.svg", metadata={"Date": None, "Creator": None})
-            plt.close(figure)
+            save(figure, folder / f"{name}.svg")
 
 
 def latencies(measured):
@@ -38,7 +32,7 @@ def latencies(measured):
                            label=f"{side}, {state}: half within {median:.0f} µs")
         panel.set(xscale="log", xlabel="microseconds", title=f"From {way}", ylim=(0, 100.5))
         panel.xaxis.set_major_formatter("{x:g}")
-        panel.grid(axis="both", color="#e8ebef")
+        panel.grid(axis="both")
         panel.legend(loc="lower right", fontsize=7)
     panels[0].set_ylabel("% arrived")
     return figure
@@ -47,16 +41,15 @@ def latencies(measured):
 def parts(measured):
     """The medians of what a call-out consists of."""
     figure, panel = plt.subplots(figsize=(9.4, 2.2), layout="constrained")
-    shades = ("#e08a00", "#2f6fb5", "#7b4fb0", "#2a9d5c")
     for row, side in enumerate(("library", "floor")):
         left = 0
-        for part, (name, shade) in enumerate(zip(PARTS, shades)):
+        for part, (name, shade) in enumerate(PARTS.items()):
             value = statistics.median(each[part] for each in measured[side]) / 1000
             panel.barh(row, value, left=left, color=shade, height=0.55, label=name if row == 0 else None)
             if value > 0.6:
                 panel.text(left + value / 2, row, f"{value:.1f}", ha="center", va="center", color="white")
             left += value
-        panel.text(left, row, f"  {left:.1f} µs", va="center")
+        panel.text(left + 0.2, row, f"{left:.1f} µs", va="center")
     panel.set(yticks=(0, 1), yticklabels=("library", "floor"), ylim=(1.5, -0.5), xlabel="microseconds, medians")
     panel.set_title("A call-out on a real Java VM, by its parts")
     panel.legend(loc="upper center", bbox_to_anchor=(0.5, -0.3), ncols=4)
@@ -80,6 +73,6 @@ def queue(times, instructions):
         panel.set(xscale="log", xlabel="events in the queue")
         panel.set_ylim(0, panel.get_ylim()[1] * 1.15)
         panel.xaxis.set_major_formatter("{x:,.0f}")
-        panel.grid(color="#e8ebef")
+        panel.grid()
         panel.legend(fontsize=7)
     return figure

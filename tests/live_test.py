@@ -78,11 +78,13 @@ def run_faults(log, files):
         "reports": (sum(event["name"] == "JniHelper.sendFGNetworkInfo" for event in events), reports + 1),
         "queue's last": ([event["args"]["events"] for event in events if event["ph"] == "C"][-1], 0),
         "requests without a flow": (asked - flown, set()),
-    } | {name: (sum(event["name"] == name for event in events), count) for name, count in (
-        ("SIGKILL", 1), ("Java has been told: service down", 1), ("Java has been told: service up", 2))}
+        "news": ([event["name"] for event in events if event["name"] == "SIGKILL" or "been told" in event["name"]],
+                 [f"Java has been told: service {what}" if what else "SIGKILL" for what in ("up", "", "down", "up")]),
+    }
     faults += [f"{name}: {got}, not {wanted}" for name, (got, wanted) in counted.items() if got != wanted]
     drawn = {text.strip() for text in xml.etree.ElementTree.parse(f"{files}.svg").getroot().itertext()}
-    return faults + [f"{text} is not drawn" for text in {"SIGKILL", "5. A death and a return", *asked} - drawn - UNDRAWN]
+    wanted = {"SIGKILL", "5. A death and a return", *asked} - UNDRAWN
+    return faults + [f"{text} is not drawn" for text in wanted - drawn]
 
 
 # What two peers of other versions make of the same lines: options; typed to the service, as it is at Java; and what the
@@ -177,7 +179,8 @@ def main(build):
             output, left = "\n".join(done.stdout.splitlines()[-20:]), set(os.listdir(folder)) - {"run.json", "run.svg"}
         missing = [text for text in texts if text not in output]
         if done.returncode != code or missing or left or wrong:
-            faults.append(f"{command} {environment}: exit {done.returncode}, lacks {missing}, leaves {left}, {wrong}\n{output}")
+            faults.append(f"{command} {environment}: exit {done.returncode}, lacks {missing}, leaves {left}, {wrong}\n"
+                          + output)
     sys.exit("\n".join(faults) or None)
 
 

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""The sample application by itself, as `./orvix app` runs it, and what its process did as trace events: its threads, the
-calls into Java, the transactions, the queue. The service's half of a message is not seen from here."""
+"""The sample application by itself, as `./orvix app` runs it, and what its process did as trace events: its threads,
+the calls into Java, the transactions, the queue. The service's half of a message is not seen from here."""
 
 import ending  # the first: from here on SIGINT has no traceback
 

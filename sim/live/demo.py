@@ -2,8 +2,8 @@
 """The whole story, live: a Java application and a service in two processes, every native method, every request, a death
 and a recovery, on the data of this machine.
 
-On a terminal it is told for a person, in about twenty seconds; else as a log. Exit 0 when every expectation held; else 1,
-and those that did not are named at the end.
+On a terminal it is told for a person, in about twenty seconds; else as a log. Exit 0 when every expectation held; else
+1, and those that did not are named at the end.
 """
 
 import ending  # the first: from here on SIGINT has no traceback
@@ -148,8 +148,8 @@ class Demo:
         self.compare(typed, stage.calls(begin))
 
     def from_service(self):
-        self.chapter("3. The service to Java", "Each request goes into the library's queue and is answered at once; one "
-                     "thread takes it out and calls Java, one request at a time, in the service's order.")
+        self.chapter("3. The service to Java", "Each request goes into the library's queue and is answered at once; "
+                     "one thread takes it out and calls Java, one request at a time, in the service's order.")
         stage = self.stage
         counters = [int(read(f"/sys/class/net/lo/statistics/{name}") or 0)
                     for name in ("rx_bytes", "tx_bytes", "rx_packets", "tx_packets")]
@@ -200,8 +200,8 @@ class Demo:
             self.checks.requests.add("getFdforUID")
 
     def ask_sockets(self):
-        self.chapter("4. Sockets", "The service asks for a socket on behalf of a UID; the library makes and tags it and "
-                     "passes it on, without Java. The service sends a packet through each.")
+        self.chapter("4. Sockets", "The service asks for a socket on behalf of a UID; the library makes and tags it "
+                     "and passes it on, without Java. The service sends a packet through each.")
         stage = self.stage
         for number, family in enumerate(("inet", "inet6")):
             if family == "inet6" and not loopback6():
@@ -223,7 +223,7 @@ class Demo:
 
     def kill_under_traffic(self):
         self.chapter("5. A death and a return", "The service is killed under traffic in both directions, and started "
-                     "again: Java is told both. What Java reports in between is lost, and says so.")
+                     "again: Java is told both. What Java reports in between is lost.")
         stage, shown = self.stage, self.shown
         carried = ("sendFGNetworkInfo", "startUidStatsPolling")
         noise = ("handleEvent", "isThreadAttached", "jni ", "getJavaCallbackClass", "new aidl event", *carried)
@@ -294,8 +294,8 @@ class Demo:
         self.times["restart to registerRequest"] = registered.when - self.service.started
 
     def end(self):
-        self.chapter("6. The end", "The application's input ends, and so does its Java VM, whatever the library's threads "
-                     "are at; the service is asked to quit.")
+        self.chapter("6. The end", "The application's input ends, and so does its Java VM, whatever the library's "
+                     "threads are at; the service is asked to quit.")
         stage = self.stage
         self.app.end_of_input()
         code, took = self.app.wait_exit()
@@ -389,7 +389,7 @@ def main():
     parser = argparse.ArgumentParser(prog="orvix demo", description=__doc__.split("\n\n")[0])
     parser.add_argument("--build", default=SIM.parent / "build/run", type=Path, help="the build folder (build/run)")
     parser.add_argument("--fast", action="store_true", help="on a terminal, too, as fast as it runs")
-    parser.add_argument("--verbose", action="store_true", help="with the library's log; off a terminal it is always there")
+    parser.add_argument("--verbose", action="store_true", help="with the library's log, as a log has it always")
     parser.add_argument("--picture", type=Path, metavar="FILE.svg", help="draw the run")
     parser.add_argument("--trace", type=Path, metavar="FILE.json", help="write it as trace events, for ui.perfetto.dev")
     arguments = parser.parse_args()

@@ -1,8 +1,8 @@
-"""How a program that has started others ends early: on SIGINT, SIGTERM, SIGHUP or a closed pipe, at any moment, with all
-that it does at an end in order, and the exit code 128 + the signal's number.
+"""How a program that has started others ends early: on SIGINT, SIGTERM, SIGHUP or a closed pipe, at any moment, with
+all that it does at an end in order, and the exit code 128 + the signal's number.
 
-A signal counts only where the program waits or writes (`interruptible`), so that nothing is left half made. Elsewhere it
-is remembered.
+A signal counts only where the program waits or writes (`interruptible`), so that nothing is left half made. Elsewhere
+it is remembered.
 """
 
 import contextlib

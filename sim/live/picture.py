@@ -3,32 +3,24 @@ Every line is a message, at the times at which it was sent and received."""
 
 import statistics
 
-import matplotlib
-
-matplotlib.use("svg")
-import matplotlib.pyplot as plt  # noqa: E402
-from timeline import DOWN, EVENTS, UP  # noqa: E402
+import matplotlib.pyplot as plt
+from drawing import AMBER, BLUE, GREEN, INK, PALE, RED, STYLE, save
+from timeline import DOWN, EVENTS, UP
 
 LANES = {"application": 2, "library": 1, "service": 0}
-GREEN, AMBER, BLUE, RED, INK, PALE = "#2a9d5c", "#e08a00", "#2f6fb5", "#d1242f", "#24292f", "#d7dce2"
-STYLE = {"svg.fonttype": "none", "svg.hashsalt": "orvix", "font.family": "sans-serif", "font.size": 8, "text.color": INK,
-         "axes.edgecolor": PALE, "axes.labelcolor": INK, "xtick.color": INK, "ytick.color": INK, "path.simplify": False,
-         "axes.spines.top": False, "axes.spines.right": False, "axes.spines.left": False, "ytick.left": False,
-         "axes.titlesize": 9, "axes.titleweight": "bold", "axes.titlelocation": "left", "axes.titlepad": 14}
 
 
 def draw(timeline, path):
-    with plt.rc_context(STYLE):
-        figure = plt.figure(figsize=(9.4, 8.9), facecolor="white")
+    with plt.rc_context(STYLE | {"axes.spines.left": False}):
+        figure = plt.figure(figsize=(9.4, 8.9))
         whole(figure.add_axes((0.09, 0.685, 0.895, 0.22)), timeline)
         outage(figure.add_axes((0.09, 0.395, 0.895, 0.19)), timeline)
         burst(figure.add_axes((0.205, 0.05, 0.32, 0.26)), timeline)
         alone(figure.add_axes((0.68, 0.05, 0.305, 0.26)), timeline)
         legend = {"Java to the service": GREEN, "the service to Java": AMBER, "the library's own": BLUE, "lost": RED}
         figure.legend([plt.Line2D([], [], color=colour, linewidth=1.6) for colour in legend.values()], legend.keys(),
-                      ncols=4, loc="upper right", frameon=False, bbox_to_anchor=(0.99, 1.0), handlelength=1.4)
-        figure.savefig(path, format="svg", metadata={"Date": None, "Creator": None})
-        plt.close(figure)
+                      ncols=4, loc="upper right", bbox_to_anchor=(0.99, 1.0), handlelength=1.4)
+        save(figure, path)
 
 
 def lanes(axes, timeline, scale, begin, end):
@@ -37,7 +29,8 @@ def lanes(axes, timeline, scale, begin, end):
         return (when - begin) / scale
 
     def bar(name, left, right, colour):
-        axes.plot([at(left), at(right)], [LANES[name]] * 2, color=colour, linewidth=3.4, solid_capstyle="butt", zorder=3)
+        axes.plot([at(left), at(right)], [LANES[name]] * 2, color=colour, linewidth=3.4, solid_capstyle="butt",
+                  zorder=3)
 
     for name, lane in LANES.items():
         axes.text(-0.01, lane, name, transform=axes.get_yaxis_transform(), ha="right", va="center")
@@ -125,11 +118,11 @@ def burst(axes, timeline):
     ways = [way for at, way in enumerate(ways) if all(way.name != earlier.name for earlier in ways[:at])]
     begin = min(way.sent.begin for way in ways)
     for row, way in enumerate(ways):
-        axes.plot([(way.sent.begin - begin) / 1000, (way.event.begin - begin) / 1000], [row] * 2, color=AMBER, linewidth=1)
-        axes.plot([(way.event.begin - begin) / 1000, (way.event.end - begin) / 1000], [row] * 2, color=BLUE, linewidth=3.4,
-                  solid_capstyle="butt")
-        axes.plot([(way.java.begin - begin) / 1000, (way.java.end - begin) / 1000], [row] * 2, color=GREEN, linewidth=3.4,
-                  solid_capstyle="butt")
+        for left, right, colour, width in ((way.sent.begin, way.event.begin, AMBER, 1),
+                                           (way.event.begin, way.event.end, BLUE, 3.4),
+                                           (way.java.begin, way.java.end, GREEN, 3.4)):
+            axes.plot([(left - begin) / 1000, (right - begin) / 1000], [row] * 2, color=colour, linewidth=width,
+                      solid_capstyle="butt")
         axes.plot((way.sent.begin - begin) / 1000, row, "o", color=AMBER, markersize=2.4)
         axes.text(-0.02, row, way.name, fontsize=6, ha="right", va="center", transform=axes.get_yaxis_transform())
     axes.set(yticks=[], ylim=(len(ways) - 0.4, -0.6), xlim=(0, None))
@@ -150,8 +143,8 @@ def alone(axes, timeline):
     for row, (text, span, colour) in enumerate(rows):
         axes.barh(row, max(span.end - span.begin, 0.5), left=span.begin - begin, height=0.62, color=colour)
         axes.text(-0.03, row, text, fontsize=7, ha="right", va="center", transform=axes.get_yaxis_transform())
-        axes.annotate(f"{span.end - span.begin:.0f}", (span.end - begin, row), xytext=(3, 0), textcoords="offset points",
-                      fontsize=7, va="center")
+        axes.annotate(f"{span.end - span.begin:.0f}", (span.end - begin, row), xytext=(3, 0),
+                      textcoords="offset points", fontsize=7, va="center")
     axes.set(yticks=[], ylim=(len(rows) - 0.4, -0.6), xlim=(0, (way.java.end - begin) * 1.12))
     axes.set_title(f"One alone: {way.java.end - begin:.0f} µs, the median of {len(ways)}", x=-0.3, pad=8)
     axes.set_xlabel("microseconds since it was sent", labelpad=2)

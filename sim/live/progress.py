@@ -1,5 +1,5 @@
-"""What a long run is at, how far it is and how long it will take still: a moving line on a terminal, else a plain line now
-and then, on standard error."""
+"""What a long run is at, how far it is and how long it will take still: a moving line on a terminal, else a plain line
+now and then, on standard error."""
 
 import sys
 import time
@@ -18,10 +18,13 @@ class Progress:
         self.name, self.total, self.done = name, total, 0
         self.begin = self.shown = time.monotonic()
         console = Console(stderr=True)
-        self._bar = progress.Progress(
-            progress.BarColumn(20), progress.TaskProgressColumn(), progress.TimeRemainingColumn(compact=True),
-            progress.TextColumn("left  {task.description}", table_column=Column(no_wrap=True, overflow="ellipsis", ratio=1)),
-            expand=True, console=console, transient=True) if console.is_terminal and not console.is_dumb_terminal else None
+        self._bar = None
+        if console.is_terminal and not console.is_dumb_terminal:
+            doing = Column(no_wrap=True, overflow="ellipsis", ratio=1)
+            self._bar = progress.Progress(
+                progress.BarColumn(20), progress.TaskProgressColumn(), progress.TimeRemainingColumn(compact=True),
+                progress.TextColumn("left  {task.description}", table_column=doing), expand=True, console=console,
+                transient=True)
         self._task = self._bar and self._bar.add_task(name, total=total)
 
     def __enter__(self):
@@ -43,4 +46,5 @@ class Progress:
             self.shown = now
             taken = now - self.begin
             left = f", about {taken / self.done * (self.total - self.done):.0f} s left" if self.done else ""
-            print(f"{self.name}: {doing}; {100 * self.done / self.total:.0f} % after {taken:.0f} s{left}", file=sys.stderr)
+            share = 100 * self.done / self.total
+            print(f"{self.name}: {doing}; {share:.0f} % after {taken:.0f} s{left}", file=sys.stderr)

@@ -124,7 +124,8 @@ class Soak:
         self.called.clear()
         self.socket = 0
         self.stage.lines.clear()
-        command = [self.stage.build / "bin/soak_service", str(self.life), str(THREADS), str(self.random.randrange(1 << 30))]
+        command = [self.stage.build / "bin/soak_service",
+                   *map(str, (self.life, THREADS, self.random.randrange(1 << 30)))]
         # A true that comes late finds this one's service and registers with it, as its own will.
         self.allowed = collections.Counter(up=1, registered=1 + self.was_early)
         self.was_early = early
@@ -237,7 +238,7 @@ def main():
     parser.add_argument("--minutes", type=float, help="run so long instead")
     parser.add_argument("--seed", type=int, help="repeats a run; random otherwise")
     parser.add_argument("--quiet-vm", action="store_true", help="without a Java VM, as under a sanitizer")
-    parser.add_argument("--trace", type=Path, metavar="FILE.json", help="write the run as trace events; best of few lives")
+    parser.add_argument("--trace", type=Path, metavar="FILE.json", help="write it as trace events; best of few lives")
     parser.add_argument("--log", type=argparse.FileType("wb"), metavar="FILE",
                         help="keep the application's log here, and see what ./orvix logcat reads in it")
     arguments = parser.parse_args()
@@ -249,7 +250,8 @@ def main():
     seed = arguments.seed if arguments.seed is not None else random.SystemRandom().randrange(1 << 30)
     print(f"seed {seed}", flush=True)
     # A sanitizer's quarantine would pass for growth.
-    with Stage(arguments.build, timeline=timeline, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "quarantine_size_mb=1")) as stage:
+    asan = os.environ.get("ASAN_OPTIONS", "quarantine_size_mb=1")
+    with Stage(arguments.build, timeline=timeline, ASAN_OPTIONS=asan) as stage:
         soak = Soak(stage, seed, arguments.quiet_vm, arguments.log)
         try:
             seconds = arguments.minutes and arguments.minutes * 60

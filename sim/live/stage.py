@@ -99,9 +99,9 @@ class Half:
 
     def kill(self):
         self.may_end = True
-        self.process.kill()
-        if self.stage.timeline:
+        if self.stage.timeline:  # what comes of it comes after it
             self.stage.timeline.killed(self.process.pid)
+        self.process.kill()
 
     def wait_exit(self):
         """The exit code, and the seconds that it took from now. All that was printed has been read then."""

@@ -1,4 +1,5 @@
-"""What a run did when, of the log lines of its processes: spans on threads, the way of each message, the queue's length.
+"""What a run did when, by the log lines of its processes: spans on threads, the way of each message, the queue's
+length.
 
 The processes run traced (ORVIX_TRACE): the platform and the application log sections of work in the device's trace
 format beside the library's own lines, all with microseconds of the one clock that processes share.
@@ -35,7 +36,8 @@ NATIVES, JAVA_METHODS = (methods(f"sim/app/java/vendor/nuvel/data/orvixadmin/{fi
 _codes = {name: int(code) for name, code in re.findall(
     r" k(\w+) = (-?\d+),", (ROOT / "callback/CallbackEvent.h").read_text())}
 EVENT_OF = {name: _codes[code] for name, code in re.findall(
-    r"Status (\w+)\([^)]*\) override \{\s*return post\(\{\.type = k(\w+)", (ROOT / "callback/OrvixCallback.h").read_text())}
+    r"Status (\w+)\([^)]*\) override \{\s*return post\(\{\.type = k(\w+)",
+    (ROOT / "callback/OrvixCallback.h").read_text())}
 # The library's steps within a call into Java: the kinds of the lines that begin one and end it.
 STEPS = {"attach": "attached", "look-up": "found"}
 

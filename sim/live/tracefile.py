@@ -1,5 +1,5 @@
-"""Writes a timeline as a file in the trace event format, which Perfetto and chrome://tracing open: threads as tracks, the
-way of each message as a flow, the length of the library's queue as a counter, news as instants."""
+"""Writes a timeline as a file in the trace event format, which Perfetto and chrome://tracing open: threads as tracks,
+the way of each message as a flow, the length of the library's queue as a counter, news as instants."""
 
 import json
 import os

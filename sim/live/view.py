@@ -1,5 +1,5 @@
-"""How the demo is shown: to a person as three lanes with a line for each message, slowed down so that it can be followed;
-to a file or a pipe as a log with every line. Slowed is what is shown, never the run."""
+"""How the demo is shown: to a person as three lanes with a line for each message, slowed down so that it can be
+followed; to a file or a pipe as a log with every line. Slowed is what is shown, never the run."""
 
 import json
 import sys
@@ -123,7 +123,8 @@ class Lanes:
     def chapter(self, title, sentence):
         self._judge()
         self._print("")
-        self._print(Text.assemble((f"{title} ", "bold"), ("─" * max(0, self._width() - len(title) - 1), "bright_black")))
+        rule = "─" * max(0, self._width() - len(title) - 1)
+        self._print(Text.assemble((f"{title} ", "bold"), (rule, "bright_black")))
         with interruptible():
             self.console.print(Text(sentence), soft_wrap=False, width=self._width())
         left, middle, right = self._columns()
@@ -146,7 +147,8 @@ class Lanes:
     def event(self, source, text, alive=True):
         self._flush()
         self.alive = self.alive | {source} if alive else self.alive - {source}
-        self._note(2 if source == "service" else 0, text, SOURCES[source] if alive else "bold red", "●" if alive else "✖")
+        mark, colour = ("●", SOURCES[source]) if alive else ("✖", "bold red")
+        self._note(2 if source == "service" else 0, text, colour, mark)
 
     def held(self, _):
         self.held_count += 1
@@ -276,7 +278,7 @@ class Lanes:
     def _count(self, line):
         self.hidden += 1
         value = line.value
-        kind = "call" if "call" in value else "java" if "java" in value else "lost" if "not ready" in line.text else None
+        kind = next((kind for kind in ("call", "java") if kind in value), "lost" if "not ready" in line.text else None)
         if kind:
             key = kind, value.get(kind) or line.text.split()[1].rstrip(":")
             self.counted[key] = self.counted.get(key, 0) + 1
