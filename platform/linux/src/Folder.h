@@ -13,7 +13,8 @@ inline std::string binderFolder() {
         const char* const value = std::getenv(name);
         return std::string(value == nullptr ? "" : value);
     };
-    const std::string own = variable("ORVIX_BINDER_DIR"), runtime = variable("XDG_RUNTIME_DIR");
+    std::string own = variable("ORVIX_BINDER_DIR");
+    const std::string runtime = variable("XDG_RUNTIME_DIR");
     if (!own.empty()) return own;
     return runtime.empty() ? "/tmp/orvix-binder-" + std::to_string(geteuid()) : runtime + "/orvix-binder";
 }
