@@ -237,8 +237,8 @@ CASES = {  # "[+SECONDS] [TID] priority [TAG!] message; ...", a millisecond apar
     "tcontext=u:object_r:orvix_service:s0 tclass=service_manager permissive=0": "denied",
     "W SELinux! avc:  denied  { find } for name=foreign scontext=u:r:a:s0 tcontext=u:object_r:b:s0 tclass=c": "",
     "E servicemanager! Could not find vendor.nuvel.data.orvixservice.IOrvixService/default in the VINTF manifest": "not in VINTF",
-    f"{BOUND}; E libc! fdsan: attempted to close file descriptor 57, expected to be unowned, actually owned": "fdsan",
-    f"{BOUND}; 99 E libc! fdsan: attempted to close file descriptor 57, expected to be unowned, actually owned": "",
+    f"{BOUND}; D handleEvent 23; D successfully created socket; E libc! fdsan: attempted to close file descriptor 57, expected to be unowned, actually owned": "fdsan",
+    f"{BOUND}; E libc! fdsan: attempted to close file descriptor 57, expected to be unowned, actually owned": "",
     f"{BOUND}; 7 F DEBUG! pid: 1234, tid: 1240, name: Thread-4  >>> an.app <<<; 7 F DEBUG! signal 6 (SIGABRT), code -1; "
     f"7 F DEBUG! Abort message: 'ubsan: add-overflow'; 7 F DEBUG! #{FRAMES}": "crash",
     f"{BOUND}; 7 F DEBUG! pid: 1234, tid: 1240, name: Thread-4  >>> an.app <<<; 7 F DEBUG! #00 pc 0001  /x/libfoo.so": "",

@@ -20,7 +20,7 @@ import sys
 import zipfile
 
 from lines import Reader
-from story import Log, counted, length
+from story import Log, counted, length, seconds
 from system import System
 
 SHOWN = 3  # lines that a finding shows
@@ -60,9 +60,9 @@ class Story:
         self.number = 0
         self.last = collections.deque(maxlen=LAST)
 
-    def tell(self, process, record, text):
+    def tell(self, pid, record, text):
         self.number += 1
-        line = f"{at(record)}  {process.pid}  {plain(text)}"
+        line = f"{at(record)}  {pid}  {plain(text)}"
         if self.whole or self.number <= FIRST:
             print(line, flush=self.whole)
         else:
@@ -74,8 +74,8 @@ class Story:
         print(*self.last, sep="\n", end="\n" if self.last else "")
 
 
-def rows(process):
-    """What is known of a process, in pairs of a heading and a text."""
+def rows(process, end):
+    """What is known of a process, in pairs of a heading and a text. end: the time of the log's end."""
     if process.loaded:
         yield "loaded", at(process.loaded) + (f", {len(process.loads)} times" if len(process.loads) > 1 else "")
     if process.bound_after is not None:
@@ -100,12 +100,13 @@ def rows(process):
         yield "", f"did not reach Java: {counted(process.undelivered)}"
     if process.held:
         slowest = sorted(process.held.items(), key=lambda item: -item[1].longest)[:3]
-        yield "call-outs", "the longest that held the dispatch thread: " + ", ".join(
-            f"{name} {length(held.longest)} (line {held.record.number:,})" for name, held in slowest) + (
+        yield "call-outs", "the dispatch thread was held longest by " + ", ".join(
+            f"{name}, {length(held.longest)} (line {held.record.number:,})" for name, held in slowest) + (
             f"; of {sum(held.number for held in process.held.values()):,} whose end is seen")
     for name, record in process.last_event():
         if not process.ended:
-            yield "at the end", f"{name} of {at(record)} is not seen to end: the next event would show that"
+            before = f", {length(seconds(record, end))} before the end of the log," if record.time is not None else ""
+            yield "at the end", f"{name} of {at(record)}{before} is not seen to end: the next event would show that"
     if process.sockets:
         words = {"socket": "made", "tagged": "tagged", "no socket": "not made", "no tag": "not tagged"}
         yield "sockets", ", ".join(f"{process.sockets[kind]:,} {word}" for kind, word in words.items()
@@ -130,14 +131,14 @@ def print_report(log, findings):
     only = log.processes[0] if len(log.processes) == 1 else None
     for process in log.processes:
         print(f"\n{title(process)}" + (f", uid {process.uid}" if process.uid else ""))
-        for heading, text in rows(process):
+        for heading, text in rows(process, log.latest):
             print(f"  {heading:<11} {text}")
     for heading, wrong in (("what is wrong", True), ("what this log does not tell", False)):
         if chosen := [found for found in findings if found.wrong == wrong]:
             print(f"\n{heading}:")
             print_findings(chosen, only)
     if not any(found.wrong for found in findings):
-        print("\nnothing is wrong")
+        print("\nnothing is wrong" + (" in what it tells" if findings else ""))
 
 
 def as_json(log, findings):

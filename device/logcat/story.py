@@ -39,7 +39,7 @@ AFTER = {
     "found": _if_tells(REST | {"told"}, REST), "told": REST,
     "socket": REST | {"tagged", "no tag"}, "tagged": REST, "no tag": REST, "no socket": REST, "not ready": REST,
 }
-DONE = {"wake", "told", "not told", "no tag", "no socket", "not ready"}  # nothing of Java's can still be going on
+DONE = {"wake", "told", "not told", "no attach", "no env", "no tag", "no socket", "not ready"}  # nothing of Java's can still be going on
 LOADING = {"load": {"register", "no jni"}, "register": {"loaded", "no class", "no natives"},
            "no class": {"not registered"}, "no natives": {"not registered"}}
 _LOAD_KINDS = frozenset().union(LOADING, *LOADING.values())
@@ -150,7 +150,7 @@ class Process:
     # Telling
 
     def say(self, record, text):
-        self.log.tell(self, record, text)
+        self.log.tell(self.pid, record, text)
 
     def find(self, kind, what, do, record, key="", **more):
         return self.log.find(kind, self, what, do, record, key, **more)
@@ -196,9 +196,7 @@ class Process:
                 self.hole(record)
             if kind == "loaded":
                 self.loaded = record
-            elif kind in ("no jni", "not registered"):
-                self.failed = True
-                self.say(record, "loading fails")
+            self.failed = kind in ("no jni", "not registered")
         self.loading[record.tid] = kind
 
     def take_bound(self, record):
@@ -355,8 +353,10 @@ class Process:
         if took > held.longest:
             held.longest, held.record = took, thread.record
         if took >= LONG:
-            self.find("held", f"{name} held the dispatch thread for {length(took)}: nothing else reached Java meanwhile",
-                      "return from Java at once, and do the work on another thread", thread.record, name)
+            found = self.find("held", f"{name} held the dispatch thread, which delivers nothing else meanwhile, for "
+                              f"{length(took)}", "return from Java at once, and do the work on another thread",
+                              thread.record, name)
+            found.what = f"{found.what.rpartition(' for ')[0]} for {length(held.longest)}"
 
     def twice(self, record, what):
         self.plain, self.links = False, ANY
@@ -367,7 +367,7 @@ class Process:
         """A line that does not follow its thread's last one."""
         self.forget()
         self.find("lines missing", "lines are missing before this one: the log lost them, or they were filtered; what "
-                  "they would tell is not told here", "adb logcat -G 16M; log.tag.orvixJni; do not filter by text", record)
+                  "they would tell is not told here", "adb logcat -G 16M; log.tag.orvixJni; do not filter by text", record, silent=self.debug == 0)
 
     def forget(self):
         """Lines have been lost."""
@@ -399,7 +399,7 @@ class Process:
                 (absence.unsure if absence.ended is None else absence.lost)[value] += 1
             if sum(absence.lost.values() if absence else self.lost.values()) == 1:
                 self.say(record, f"! {value} is lost, since there is no service; so are all calls until it is back")
-            found = self.find(kind, "", row.do, record)
+            found = self.find(kind, "", row.do, record, silent=True)
             found.names[value] += 1
             found.what = f"calls were lost, since there was no service: {counted(found.names)}"
             return
@@ -414,9 +414,8 @@ class Process:
         elif kind in ("no attach", "no env"):
             thread = self.threads.get(record.tid)
             if thread and thread.code is not None:
-                what = f"{self.event_name(thread.code)} was lost: {what}"
+                what = f"in {self.event_name(thread.code)}: {what}"
         self.find(kind, f"{record.message}: {what}", row.do, record, (value, what))
-        self.say(record, f"! {record.message}")
 
     # At the end of the log
 
@@ -445,19 +444,20 @@ class Process:
     def last_event(self):
         """Of each dispatch thread the event that it is at, if that is known; its end shows at the next event only."""
         return [(self.event_name(thread.code), thread.record) for thread in self.threads.values()
-                if thread.clean and thread.last not in DONE]
+                if thread.clean and thread.code in EVENTS and thread.last not in DONE]
 
 
 class Log:
-    """Takes the records of a log in their order. tell(process, record, text) is called at each event of a story."""
+    """Takes the records of a log in their order. tell(pid, record, text) is called at each event of a story."""
 
-    def __init__(self, tell=lambda process, record, text: None):
+    def __init__(self, tell=lambda pid, record, text: None):
         self.tell = tell
         self.processes, self.running = [], {}
         self.names = {}
         self.findings = {}
         self.records = 0
-        self.first = self.latest = None
+        self.latest = None
+        self.closed = False
 
     def process(self, pid):
         if pid not in self.running:
@@ -505,14 +505,18 @@ class Log:
             process.find("dropped", "the log says that it has dropped lines of this process; what they would tell is not "
                          "told here", "adb logcat -G 16M", record, wrong=False)
 
-    def find(self, kind, process, what, do, record, key="", wrong=True):
+    def find(self, kind, process, what, do, record, key="", wrong=True, silent=False):
+        """Adds to the findings, and tells of something wrong at once."""
         found = self.findings.setdefault((id(process), kind, key), Finding(kind, process, what, do, wrong))
         found.count += 1
         if len(found.records) < 3 and record:
             found.records.append(record)
+        if wrong and not silent and not self.closed:
+            self.tell(process.pid if process else record.pid, record, f"! {what}")
         return found
 
     def close(self):
+        self.closed = True
         for process in self.processes:
             process.close()
         return sorted(self.findings.values(), key=lambda found: found.records[0].number if found.records else 0)

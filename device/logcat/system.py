@@ -4,7 +4,7 @@ import re
 import typing
 
 TOMBSTONE = re.compile(r"pid: (\d+), tid: (\d+), name: .*>>> (.+) <<<")
-FRAME = re.compile(r" *#(\d+) pc \S+ +(\S+)(?: \((.*?)\))?")
+FRAME = re.compile(r" *#(\d+) pc \S+ +(\S+)(?: \((.+?\+\d+)\))?")
 DENIAL = re.compile(r"avc: +denied +\{ (?P<what>[^}]*?) \}.*scontext=(?P<source>\S+) tcontext=(?P<target>\S+) "
                     r"tclass=(?P<class>\w+)")
 DENIALS = {  # what does not work without each
@@ -102,7 +102,8 @@ class System:
         process = self.log.running.get(record.pid)
         if match := SIGNAL.search(record.message):
             self.log.over(int(match[2]), record, f"the process is ended by signal {match[1]}")
-        elif process and record.tid in process.threads and (match := FDSAN.search(record.message)):
+        elif (process and (thread := process.threads.get(record.tid)) and thread.last in ("socket", "tagged")
+              and (match := FDSAN.search(record.message))):
             self.find("fdsan", f"descriptor {match[1]}, a socket handed over, was taken by another thread between its "
                       "two closes, and the second is reported; by default that ends the process",
                       "a known risk of the hand-over: the fewer descriptors other threads open meanwhile, the smaller",
@@ -134,6 +135,8 @@ class System:
         if "fdsan" in why:
             meaning = "by fdsan, over a descriptor that the library closes"
             do = "another thread had taken the number between the two closes of a socket handed over"
+        elif "JNI DETECTED ERROR" in why:
+            meaning, do = "by the VM, over a JNI call of the library", "the lines before it: is a method missing?"
         elif "ubsan" in why or (depth == 0 and re.search("SIG(ABRT|ILL|TRAP)", signal)):
             meaning = "by a hardening check of the library"
             do = "docs/platform-engineer.md, Hardening; the frame names the function"
