@@ -73,7 +73,8 @@ ROWS = (
     Row("no attach", "E", "Failed to attach jni", "the VM did not take the dispatch thread; this call-out is lost",
         "the VM is ending, or out of memory"),
     Row("no env", "E", "JNI ERROR, %d",
-        "the VM's other answer to GetEnv, usually -3, wrong version; this call-out is lost", "the VM is broken or not Android's"),
+        "the VM's other answer to GetEnv, usually -3, wrong version; this call-out is lost",
+        "the VM is broken or not Android's"),
     Row("not told", "E", "attach thread FAILED",
         "Java could not be told of the service. Up: no callback was registered. Down: the library does not bind again",
         "restart the application"),
@@ -140,13 +141,14 @@ class Record(typing.NamedTuple):
     text: str  # as it stands in the log, without colour
 
 
-_TIME = (r"(?:(?:(?P<year>\d{4})-)?(?P<date>\d\d-\d\d) (?P<clock>\d\d:\d\d:\d\d)(?P<part>\.\d+)(?: (?P<zone>[+-]\d{4}))?"
-         r"|\s*(?P<epoch>\d+\.\d+))")
-_TAGGED = r"(?P<priority>[VDIWEFAS])/(?P<tag>.*?) *"
+_TIME = (r"(?:(?:(?P<year>\d{4})-)?(?P<date>\d\d-\d\d) (?P<clock>\d\d:\d\d:\d\d)(?P<part>\.\d+)"
+         r"(?: (?P<zone>[+-]\d{4}))?|\s*(?P<epoch>\d+\.\d+))")
+_PRIORITY, _PID, _TID = r"(?P<priority>[VDIWEFAS])", r"(?P<pid>\d+)", r"(?P<tid>\d+)"
+_TAG, _UID, _MESSAGE = "(?P<tag>.*?)", r"(?:(?P<uid>[^():\s]+): *)?", ": ?(?P<message>.*)"
 _FORMATS = tuple(map(re.compile, (  # all with the same groups; (?!) is one that never matches
-    rf"{_TIME} +(?:(?P<uid>\S+) +)?(?P<pid>\d+) +(?P<tid>\d+) (?P<priority>[VDIWEFAS]) (?P<tag>.*?) *: ?(?P<message>.*)",
-    rf"(?:{_TIME} )?{_TAGGED}\( *(?:(?P<uid>[^():\s]+): *)?(?P<pid>\d+)(?P<tid>(?!))?\): ?(?P<message>.*)",  # time, brief
-    rf"\[ {_TIME} +(?:(?P<uid>[^:\s]+): *)?(?P<pid>\d+): *(?P<tid>\d+) {_TAGGED} \](?P<message>(?!))?",  # long: the message follows
+    rf"{_TIME} +(?:(?P<uid>\S+) +)?{_PID} +{_TID} {_PRIORITY} {_TAG} *{_MESSAGE}",
+    rf"(?:{_TIME} )?{_PRIORITY}/{_TAG} *\( *{_UID}{_PID}(?P<tid>(?!))?\){_MESSAGE}",  # time, brief
+    rf"\[ {_TIME} +{_UID}{_PID}: *{_TID} {_PRIORITY}/{_TAG} *\](?P<message>(?!))?",  # long: the message follows
 )))
 _COLOUR = re.compile(r"\x1b\[[\d;]*m")
 _SECTION = re.compile(r"------ ([^(]+?) \(")

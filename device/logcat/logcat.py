@@ -174,8 +174,9 @@ def run(source, story, json_wanted):
         pass
     findings = log.close()
     if not log.processes and not findings:
-        print("logcat: " + ("nothing of the library is in this log" if log.records else "no line of this is a log of adb "
-                            "logcat in a format that names tag and process, such as threadtime"), file=sys.stderr)
+        print("logcat: nothing of the library is in this log" if log.records else
+              "logcat: this is no log of adb logcat, in a format that names tag and process, such as threadtime",
+              file=sys.stderr)
         return 2
     if json_wanted:
         print(json.dumps(as_json(log, findings), ensure_ascii=False, indent=1))

@@ -39,7 +39,8 @@ AFTER = {
     "found": _if_tells(REST | {"told"}, REST), "told": REST,
     "socket": REST | {"tagged", "no tag"}, "tagged": REST, "no tag": REST, "no socket": REST, "not ready": REST,
 }
-DONE = {"wake", "told", "not told", "no attach", "no env", "no tag", "no socket", "not ready"}  # nothing of Java's can still be going on
+# What Java or the service still has to do with the event is over.
+DONE = {"wake", "told", "not told", "no attach", "no env", "no tag", "no socket", "not ready"}
 LOADING = {"load": {"register", "no jni"}, "register": {"loaded", "no class", "no natives"},
            "no class": {"not registered"}, "no natives": {"not registered"}}
 _LOAD_KINDS = frozenset().union(LOADING, *LOADING.values())
@@ -67,7 +68,7 @@ def length(duration):
 
 def counted(names):
     """Names with their numbers, the most frequent first."""
-    return ", ".join(f"{name} {number:,}" for name, number in sorted(names.items(), key=lambda item: (-item[1], item[0])))
+    return ", ".join(f"{name} {names[name]:,}" for name in sorted(names, key=lambda name: (-names[name], name)))
 
 
 @dataclasses.dataclass
@@ -286,8 +287,8 @@ class Process:
         if kind == "down":
             self.died(record)
         elif kind == "found" and values[0] == 0:
-            self.find("no method", f"SorvixAidlClient has no method {self.java_name(thread)} with the signature that the "
-                      "library looks for; the VM ends the process at the call that follows",
+            self.find("no method", f"SorvixAidlClient has no method {self.java_name(thread)} with the signature that "
+                      "the library looks for; the VM ends the process at the call that follows",
                       "keep rules; compare with the table in docs/application-developer.md", record,
                       self.java_name(thread))
         elif kind == "told":
@@ -360,14 +361,15 @@ class Process:
 
     def twice(self, record, what):
         self.plain, self.links = False, ANY
-        self.find("twice", f"{what}: initialize was called twice, or the library was loaded twice, or lines are missing",
-                  "call initialize once in the life of the process", record)
+        self.find("twice", f"{what}: initialize was called twice, or the library was loaded twice, or lines are "
+                  "missing", "call initialize once in the life of the process", record)
 
     def hole(self, record):
         """A line that does not follow its thread's last one."""
         self.forget()
         self.find("lines missing", "lines are missing before this one: the log lost them, or they were filtered; what "
-                  "they would tell is not told here", "adb logcat -G 16M; log.tag.orvixJni; do not filter by text", record, silent=self.debug == 0)
+                  "they would tell is not told here", "adb logcat -G 16M; log.tag.orvixJni; no filter by text", record,
+                  silent=self.debug == 0)
 
     def forget(self):
         """Lines have been lost."""
@@ -433,8 +435,8 @@ class Process:
             return
         waited = seconds(self.loaded, last)
         if self.complete and self.loaded and self.links == {0} and not self.binds and (waited or 0) >= LATE:
-            self.find("not bound", f"{length(waited)} after its load the library has not bound, up to the end of the log: "
-                      "nobody called initialize, or the service is not there or may not be found",
+            self.find("not bound", f"{length(waited)} after its load the library has not bound, up to the end of the "
+                      "log: nobody called initialize, or the service is not there or may not be found",
                       "docs/first-hour.md, steps 4 and 5; dumpsys -l | grep orvixservice", self.loaded)
         away = self.absence and self.absence.ended is False and seconds(self.absence.began, last)
         if away and away >= LATE:
@@ -502,8 +504,8 @@ class Log:
         """The log itself says that it has dropped lines of this process."""
         if process := self.running.get(pid):
             process.forget()
-            process.find("dropped", "the log says that it has dropped lines of this process; what they would tell is not "
-                         "told here", "adb logcat -G 16M", record, wrong=False)
+            process.find("dropped", "the log says that it has dropped lines of this process; what they would tell is "
+                         "not told here", "adb logcat -G 16M", record, wrong=False)
 
     def find(self, kind, process, what, do, record, key="", wrong=True, silent=False):
         """Adds to the findings, and tells of something wrong at once."""

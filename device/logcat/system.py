@@ -8,8 +8,9 @@ FRAME = re.compile(r" *#(\d+) pc \S+ +(\S+)(?: \((.+?\+\d+)\))?")
 DENIAL = re.compile(r"avc: +denied +\{ (?P<what>[^}]*?) \}.*scontext=(?P<source>\S+) tcontext=(?P<target>\S+) "
                     r"tclass=(?P<class>\w+)")
 DENIALS = {  # what does not work without each
-    "find": "the service is not found: the look-up is tried again without a pause", "add": "the service cannot register",
-    "call": "calls in this direction do not arrive", "transfer": "the service gets no callback",
+    "find": "the service is not found: the look-up is tried again without a pause",
+    "add": "the service cannot register", "call": "calls in this direction do not arrive",
+    "transfer": "the service gets no callback",
     "use": "sockets do not arrive",
 }
 
@@ -26,7 +27,8 @@ SIGNS = (
          "the lines before it say why; else the file's label, public.libraries.txt, <uses-native-library>: "
          "docs/first-hour.md, steps 2 and 5"),
     Sign("not implemented", re.compile(r"UnsatisfiedLinkError.*orvixadmin[./]JniHelper"),
-         "Java called a native method before the library was loaded", "System.loadLibrary in the class that declares them"),
+         "Java called a native method before the library was loaded",
+         "System.loadLibrary in the class that declares them"),
     Sign("no class", re.compile(r"(NoClassDefFound|ClassNotFound).*SorvixAidlClient"), "SorvixAidlClient is not there",
          "keep rules; the same class loader as JniHelper's"),
     Sign("no method", re.compile(r"NoSuchMethod.*SorvixAidlClient"), "a method of SorvixAidlClient is missing",
@@ -48,9 +50,9 @@ class System:
     def __init__(self, log):
         self.log = log
         self.tombstones = {}  # the process that writes it: what it has written
-        self.takers = {"ActivityManager": self.take_manager, "Zygote": self.take_manager, "am_proc_start": self.take_manager, "am_proc_died": self.take_manager,
-                       "DEBUG": self.take_tombstone, "libc": self.take_libc, "chatty": self.take_dropped,
-                       "liblog": self.take_dropped}
+        self.takers = {"DEBUG": self.take_tombstone, "libc": self.take_libc, "chatty": self.take_dropped,
+                       "liblog": self.take_dropped} | dict.fromkeys(
+            ("ActivityManager", "Zygote", "am_proc_start", "am_proc_died"), self.take_manager)
 
     def take(self, record):
         if taker := self.takers.get(record.tag):
@@ -71,7 +73,7 @@ class System:
                 effect += "; not refused now, since the domain is permissive, but once it is enforced"
             self.find("denied", f"SELinux denied {source} to {denied['what']} {target} ({denied['class']})"
                       + (f": {effect}" if effect else ""),
-                      "device/sepolicy has the rule, with this denial above it; is it in the image, and the label right?",
+                      "device/sepolicy has the rule, with this denial above it; is it in the image, with the label?",
                       record, (source, target, denied["what"], denied["class"]))
         elif "Waited one second for" in message or "Waiting for service" in message:
             process = self.log.running.get(record.pid)
@@ -141,5 +143,6 @@ class System:
             meaning = "by a hardening check of the library"
             do = "docs/platform-engineer.md, Hardening; the frame names the function"
         found = self.log.find("crash", process, f"{tombstone['name']} was ended {meaning}: {signal}"
-                              f"{f', {why}' if why else ''}, in {where}", do, tombstone["record"], (tombstone["pid"], where))
+                              f"{f', {why}' if why else ''}, in {where}", do, tombstone["record"],
+                              (tombstone["pid"], where))
         found.records.append(record)
