@@ -42,24 +42,25 @@ void setLocalCallback(void* callback) {
 }
 
 const std::vector<const Type*>& allRecords() {
-    static const auto records = std::apply(
-        []<typename... R>(const R&...) { return std::vector<const Type*>{&typeOf<R>()...}; }, orvix::Records());
+    static const auto& records = *std::apply(
+        []<typename... R>(const R&...) { return new std::vector<const Type*>{&typeOf<R>()...}; }, orvix::Records());
     return records;
 }
 
 const std::vector<Method>& allMethods() {
-    static const auto methods = [] {
-        std::vector<Method> all;
+    static const auto& methods = []() -> auto& {
+        auto& all = *new std::vector<Method>;
         addMethods<orvix::IOrvixService>(all);
         addMethods<orvix::IRequest>(all);
         return all;
-    }();
+    }
+    ();
     return methods;
 }
 
 const std::vector<Question>& allQuestions() {
-    static const auto questions = [] {
-        std::vector<Question> all;
+    static const auto& questions = []() -> auto& {
+        auto& all = *new std::vector<Question>;
         for (const char* descriptor : {orvix::IOrvixService::descriptor, orvix::IRequest::descriptor}) {
             const Type& none = typeOf<std::tuple<>>();
             all.push_back({shortName(descriptor), "getInterfaceVersion", orvix::kGetInterfaceVersion, none,
@@ -68,7 +69,8 @@ const std::vector<Question>& allQuestions() {
                            typeOf<std::tuple<std::string>>()});
         }
         return all;
-    }();
+    }
+    ();
     return questions;
 }
 

@@ -131,7 +131,8 @@ Type make() {
 
 template <typename T>
 const Type& typeOf() {
-    static const Type type = types::make<T>();
+    // Here as in Types.cpp never destroyed: threads that end with the process may read it until then.
+    static const Type& type = *new Type(types::make<T>());
     return type;
 }
 
