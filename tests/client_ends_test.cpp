@@ -167,9 +167,6 @@ INSTANTIATE_TEST_SUITE_P(Client, End, testing::Values("exit", "load"),
 
 }  // namespace
 
-// The thread sanitizer would wait a second at the end of every process.
-extern "C" const char* __tsan_default_options() { return "atexit_sleep_ms=0"; }
-
 int main(int argc, char** argv) {
     if (argc == 4 && argv[1] == std::string("--end")) return meetTheEnd(argv[2], argv[3]);
     testing::InitGoogleTest(&argc, argv);

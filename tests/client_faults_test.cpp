@@ -172,9 +172,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 }  // namespace
 
-// The thread sanitizer would wait a second at the end of every process.
-extern "C" const char* __tsan_default_options() { return "atexit_sleep_ms=0"; }
-
 int main(int argc, char** argv) {
     if (argc == 3 && argv[1] == std::string("--service")) return serve(std::atoi(argv[2]));
     testing::InitGoogleTest(&argc, argv);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
-#include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <thread>
@@ -24,16 +23,6 @@ TEST(DeviceRules, WhoUsesALockAfterItsEndIsStopped) {
     EXPECT_DEATH(useAfterTheEnd<std::mutex>(locks), "device rule: pthread_mutex_lock called on a destroyed mutex");
     EXPECT_DEATH(useAfterTheEnd<std::shared_mutex>(locks), "device rule: pthread_mutex_lock");
     EXPECT_DEATH(useAfterTheEnd<std::condition_variable>([](auto& cv) { cv.notify_one(); }), "destroyed condition var");
-}
-
-TEST(DeviceRules, WhatEndsInUseStaysAsItWas) {
-    const auto mutex = std::make_unique<std::mutex>();
-    mutex->lock();
-    mutex->~mutex();
-    EXPECT_FALSE(mutex->try_lock());
-    mutex->unlock();
-    mutex->lock();
-    mutex->unlock();
 }
 
 }  // namespace

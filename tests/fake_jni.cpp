@@ -156,6 +156,9 @@ void initialize() { quiet::callNative(quiet::env(), "initialize"); }
 
 }  // namespace fake
 
+// The thread sanitizer would wait a second at the end of every process.
+extern "C" const char* __tsan_default_options() { return "atexit_sleep_ms=0"; }
+
 // The border. Calls go on to the real functions after they have been written down.
 extern "C" {
 
