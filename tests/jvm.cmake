@@ -26,7 +26,7 @@ orvix_live_test(jvm_transcript_test)
 orvix_live_test(jvm_exit_test)
 orvix_live_test(live_test)
 needs(jvm_exit_test OrvixJni android_runtime orvix-app orvix-jvm-tests)
-needs(live_test OrvixJni android_runtime orvix-app orvix-service)
+needs(live_test OrvixJni android_runtime orvix-app orvix-service orvix_aidl)
 
 # A plain main program in the application's package: exit 0 when every check held.
 add_jar(orvix-java-tests

@@ -22,7 +22,8 @@ sys.path.insert(0, str(SIM / "live"))
 from stage import Stage  # noqa: E402
 
 BAD = {  # typed: in the answer
-    "sendScrenState true": "sendScrenState: no such verb; nearest: sendScreenState,",
+    "sendScrenState true": "sendScrenState: no such verb; nearest: sendScreenState; help lists all",
+    "sendnet": "nearest: sendNetworkStatsForAllUids or sendNetworkStatsForNetworkType or sendNetworkInfo; help",
     "sendScreenState": "takes 1 arguments (sendScreenState on:boolean), not 0; example: sendScreenState true",
     "sendScreenState 1": 'argument on (boolean): must be a boolean (true or false), not "1"; example: sendScreenState',
     "sendBlobToMirel 5 hex:0": "argument blob (byte[]): must be a blob (hex: and two hexadecimal digits a byte), not",
@@ -38,6 +39,7 @@ RUNS = [  # command, environment, input, exit code, in the last lines of the out
     ("live/app.py --trace {1}.json", {}, "sendScreenState true\n", 0, ["sendScreenState: OrvixService is not ready"]),
     ("app/run", {}, "\n".join(BAD), 2, BAD.values()),
     ("app/run", {}, "# a comment\n\nquit\nsendScreenState\n", 0, []),
+    ("app/run --help", {}, "", 0, ["sendBlobToMirel tag:int blob:byte[]\n    sendBlobToMirel 5 hex:00ff\n"]),
     ("app/run --jsom", {}, "", 2, ["unknown option --jsom; usage: OrvixApp [--json]"]),
     ("app/run", {"ORVIX_BUILD": "/nowhere"}, "", 1, ["/nowhere holds no application; build it with: ./orvix build"]),
 ]
@@ -130,6 +132,44 @@ def service_faults(build):
     return []
 
 
+def own_halves_faults(build):
+    """The application and the service of the developers' pages, compiled and run by the pages' own commands."""
+    with Stage(build) as stage, tempfile.TemporaryDirectory() as folder:
+        for part in ("aidl", "platform", "sim"):
+            os.symlink(SIM.parent / part, f"{folder}/{part}")
+        os.mkdir(f"{folder}/build")
+        os.symlink(stage.build, f"{folder}/build/run")
+
+        def made(page):
+            text = (SIM.parent / "docs" / page).read_text(encoding="utf-8").partition("## On this workstation")[2]
+            name = re.search(r"As `(\S+)`", text)[1]
+            code, compiling, running = re.search(r"```\w+\n(.*?)```\n\n    (.*?)\n    (.*?)\n", text, re.S).groups()
+            Path(folder, name).write_text(code)
+            done = subprocess.run(compiling, shell=True, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            if done.returncode:
+                sys.exit(f"{page}: {compiling}: {done.stdout.decode()}")
+            return ["bash", "-c", f"cd '{folder}' && {running}"]
+
+        def exchanged(what, sent, half, words, got):
+            stage.wait(f"{what} sends", sent)
+            half.say(words)
+            stage.wait(f"{what} gets", lambda: any(line.text == got for line in stage.lines))
+
+        service = stage.start_service()
+        app = stage.start_app(command=made("application-developer.md"))
+        exchanged("MyApp", lambda: ("sendScreenState", [True]) in stage.calls() and stage.find(event="callback"),
+                  service, "startUidStatsPolling 5000", "startUidStatsPolling[5000]")
+        app.say("")
+        code = app.wait_exit()[0]
+        service.kill()
+        service.wait_exit()
+        stage.start_service(command=made("service-developer.md"))
+        app = stage.start_app()
+        exchanged("my_service", lambda: ("startUidStatsPolling", [5000]) in stage.call_outs(), app,
+                  "sendScreenState true", "screen 1")
+    return [f"MyApp: exit {code}"] if code else []
+
+
 def early_ends(build):
     """Signals at random moments, a reader that goes away: the exit code, and that no process and no folder is left."""
     with tempfile.TemporaryDirectory() as folder:
@@ -166,7 +206,7 @@ def readable(path):
 
 
 def main(build):
-    faults = early_ends(build) + service_faults(build)
+    faults = early_ends(build) + service_faults(build) + own_halves_faults(build)
     for command, environment, text, code, texts in RUNS:
         with tempfile.TemporaryDirectory() as folder:
             files = f"{folder}/run"

@@ -18,6 +18,7 @@ def main(test, build):
         shutil.copytree(TREE, f"{folder}/tree", ignore=shutil.ignore_patterns("build", ".git"))
         for part in ("bin", "java", "lib"):
             shutil.copytree(f"{build}/{part}", f"{folder}/build/{part}", copy_function=os.link)
+        os.link(f"{build}/liborvix_aidl.a", f"{folder}/build/liborvix_aidl.a")
         command = [sys.executable, f"{folder}/tree/tests/{test}", f"{folder}/build"]
         return subprocess.run(command, env=environment).returncode
 

@@ -17,12 +17,12 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.Arrays;
-import java.util.Comparator;
 import java.util.Iterator;
 import java.util.List;
 import java.util.OptionalInt;
 import java.util.function.Function;
 import java.util.stream.Collectors;
+import java.util.stream.Stream;
 
 import vendor.nuvel.data.orvixservice.BatteryState;
 import vendor.nuvel.data.orvixservice.BuildInfoParams;
@@ -104,9 +104,13 @@ public final class OrvixApp {
     public static void main(String[] args) throws IOException {
         for (String arg : args) {
             if (arg.equals("--json")) continue;
-            boolean asked = arg.equals("--help");
-            (asked ? System.out : System.err).println(asked ? USAGE : "unknown option " + arg + "; " + USAGE);
-            System.exit(asked ? 0 : EXIT_BAD_INPUT);
+            if (arg.equals("--help")) {
+                System.out.println(USAGE);
+                new OrvixApp(false).printHelp();
+                System.exit(0);
+            }
+            System.err.println("unknown option " + arg + "; " + USAGE);
+            System.exit(EXIT_BAD_INPUT);
         }
         OrvixApp app = new OrvixApp(args.length > 0);
         SorvixAidlClient.setSink(app::printCallOut);
@@ -200,11 +204,10 @@ public final class OrvixApp {
     }
 
     private String unknown(String name) {
-        String nearest = verbs.stream()
-                .map(Verb::name)
-                .sorted(Comparator.comparingInt(candidate -> Words.distance(name, candidate)))
-                .limit(3)
-                .collect(Collectors.joining(", "));
+        List<String> names = Stream.concat(verbs.stream().map(Verb::name), Stream.of("help", "quit")).toList();
+        int least = names.stream().mapToInt(known -> Words.distance(name, known)).min().orElseThrow();
+        String nearest = names.stream().filter(known -> Words.distance(name, known) == least)
+                .limit(3).collect(Collectors.joining(" or "));
         return name + ": no such verb; nearest: " + nearest + "; help lists all";
     }
 

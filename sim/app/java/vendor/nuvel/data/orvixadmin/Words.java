@@ -1,6 +1,7 @@
 package vendor.nuvel.data.orvixadmin;
 
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 
 /** The words of a typed line, and how near two of them are. */
@@ -36,10 +37,10 @@ final class Words {
         return words;
     }
 
-    /** The number of letters to insert, delete or replace, capitals aside. */
-    static int distance(String one, String other) {
-        String a = one.toLowerCase();
-        String b = other.toLowerCase();
+    /** The number of letters to insert, delete or replace, capitals aside; a missing end counts as one. */
+    static int distance(String typed, String name) {
+        String a = typed.toLowerCase();
+        String b = name.toLowerCase();
         int[] row = new int[b.length() + 1];
         for (int j = 0; j <= b.length(); j++) row[j] = j;
         for (int i = 1; i <= a.length(); i++) {
@@ -51,6 +52,6 @@ final class Words {
                 row[j] = Math.min(replaced, 1 + Math.min(row[j], row[j - 1]));
             }
         }
-        return row[b.length()];
+        return Math.min(row[b.length()], 1 + Arrays.stream(row).min().getAsInt());
     }
 }
