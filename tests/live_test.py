@@ -193,6 +193,7 @@ def early_ends(build):
             # -end: it had not begun, or was done.
             if code not in (128 + end, -end, 0 if late else None) or (code != -end and "Traceback" in said):
                 faults.append(f"{end} after {when:.2f} s: exit {demo.returncode}\n{said[-2000:]}")
+        time.sleep(0.1)  # a shell's own children, while it starts, outlive it by a moment
         left = os.listdir(folder) + [path.parent.name for path in Path("/proc").glob("[0-9]*/environ")
                                      if folder.encode() in readable(path) and path.parent.name != str(os.getpid())]
     return faults + [f"left: {left}"] if left else faults
