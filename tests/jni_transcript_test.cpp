@@ -176,22 +176,18 @@ void play(const std::string& steps) {
     std::istringstream lines(steps);
     for (std::string name, arguments; lines >> name && std::getline(lines, arguments);) {
         const sim::Json values = sim::parseJson(arguments);
-        if (kSteps.contains(name)) {
-            kSteps.at(name)(values);
-        } else if (kNatives.contains(name)) {
-            kNatives.at(name)(name, values);
-        } else {
-            bool known = false;
-            sim::forEachMethod<IRequest>([&](const auto& method) {
-                if (name != method.name) return;
-                known = true;
-                sim::ArgumentsOf<decltype(method)> typed;
-                sim::fromJson(values, typed);
-                EXPECT_TRUE(orvix_test::call(method, *ndk::SharedRefBase::make<OrvixCallback>(), typed).isOk());
-                gAidlClient->handleEvents();
-            });
-            EXPECT_TRUE(known) << name;
-        }
+        bool known = kSteps.contains(name) || kNatives.contains(name);
+        if (kSteps.contains(name)) kSteps.at(name)(values);
+        if (kNatives.contains(name)) kNatives.at(name)(name, values);
+        sim::forEachMethod<IRequest>([&](const auto& method) {
+            if (name != method.name) return;
+            known = true;
+            sim::ArgumentsOf<decltype(method)> typed;
+            sim::fromJson(values, typed);
+            EXPECT_TRUE(orvix_test::call(method, *ndk::SharedRefBase::make<OrvixCallback>(), typed).isOk());
+            gAidlClient->handleEvents();
+        });
+        EXPECT_TRUE(known) << name;
     }
 }
 
