@@ -27,7 +27,8 @@ public final class ParcelGolden {
             Parcelable copy = (Parcelable) creator.createFromParcel(parcel(hex));
             check("read: " + line, hex.equals(written(parcel -> copy.writeToParcel(parcel, 0))));
         }
-        for (String hex : List.of("", "ffffffff", "feffffff", "05000000" + "61006200", "ffffff7f")) {
+        for (String hex : List.of("", "ffffffff", "feffffff", "05000000" + "61006200", "01000000" + "61006200",
+                "ffffff7f")) {
             check("no String in " + hex, parcel(hex).readString() == null);
         }
         check("nulls and parts", written(parcel -> {
