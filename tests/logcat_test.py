@@ -80,6 +80,7 @@ class Lines(unittest.TestCase):
 GOOD_LOAD = "I JNI_OnLoad entry; D registerNativeMethods; D JNI_OnLoad exit"
 ATTACH = "D isThreadAttached start; D jni detached; D jni attached"
 LOOK_UP = "D getJavaCallbackClass start; D getJavaCallbackClass End midIs[1]"
+LINKS = "W libbinder! linkToDeath: non-null cookie and no onUnlink callback set"
 TOLD = "I initialize callback success"
 FAILS = {
     "no attach": "D isThreadAttached start; D jni detached; E Failed to attach jni",
@@ -113,6 +114,7 @@ class Run:
 
     def __init__(self, chance, begin, faults):
         self.chance, self.faults, self.lines, self.now = chance, faults, [], begin
+        self.links_show = chance.random() < 0.5
         self.waiting = [(begin, 0)]  # the times without service: begin, absence, end
         for text in ("I JNI_OnLoad entry", "D registerNativeMethods", "D JNI_OnLoad exit"):
             self.write(self.step(), 1234, text)
@@ -168,6 +170,8 @@ class Run:
         thread that has bound says so, and Java hears of it in the other order."""
         chance, self.now, said = self.chance, bind, bind + self.chance.uniform(0.0001, 0.003)
         self.waiting[-1] += (bind,)
+        if self.links_show:
+            self.write(bind, binder, LINKS)
         if at_once:
             died, absence = bind + 0.00003, absence or 1
         else:
@@ -255,6 +259,8 @@ OUTAGES = {  # the length of each outage, if it is over, and how many calls were
     f"{REQUEST}; +2 {REQUEST}; {REQUEST}; {DOWN}; {BACK}": [(0.007, True, 0)],  # only a bound service asks
     f"{DOWN}; {BACK}; {LOST}; {DOWN}; {LOST}": [(None, None, 0), (None, False, 1)],  # the binding of one that was dead,
     f"{DOWN}; {BACK}; {LOST}; 52 D bindToService is successful": [(0.018, True, 1)],  # perhaps; here it was
+    f"{DOWN}; 51 {LINKS}; {BACK}": [(0.008, True, 0)],
+    f"{DOWN}; 51 {LINKS}; {DOWN}; {BACK}": [(None, False, 0)],
     f"{BOUND}; 51 D bindToService is successful; {DOWN}; {LOST}; {BACK}": [(None, None, 1)],
 }
 # Of the transcripts' scenes: what is found beside what their lines of priority E say.
@@ -385,7 +391,8 @@ class Statements(unittest.TestCase):
                     if chance.random() < 0.2:
                         text.append(render(line, pid).replace("orvixJni", "foreign"))
                     text.append(render(line, pid))
-                    shown[pid][len(text)] = line
+                    if line.text != LINKS:
+                        shown[pid][len(text)] = line
                 with self.subTest(seed=seed, cut=(first, last)):
                     document = told(text)
                     for pid in runs:

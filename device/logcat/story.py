@@ -135,6 +135,7 @@ class Process:
         self.links_since = None
         self.changed = None  # when a binding or death line was last seen, or the log began
         self.bound_since = None
+        self.linking = {}  # by thread: the deaths before libbinder said that it links to the next
         self.plain = True  # one client with one dispatch thread
         self.complete = False  # every line since the load
         self.absence = None
@@ -220,6 +221,8 @@ class Process:
             self.twice(record, "the library has bound twice without a death in between")
         if not self.plain:
             self.links = ANY
+        elif record.tid in self.linking:  # a death since then is that of this link
+            self.links = frozenset({1 if self.linking.pop(record.tid) == self.deaths else 0})
         sure = self.links == {1}
         text = "bound"
         if self.absence:
@@ -374,6 +377,7 @@ class Process:
     def forget(self):
         """Lines have been lost."""
         self.links, self.bound_since, self.complete = ANY, None, False
+        self.linking.clear()
         self.links_since = self.changed = self.last.time
         if self.absence:
             self.absence.ended = None

@@ -59,6 +59,10 @@ class System:
             taker(record)
         if "rvix" in record.message:
             self.take_sign(record)
+        elif "no onUnlink callback set" in record.message:  # libbinder, on a binding thread
+            process = self.log.running.get(record.pid)
+            if process and record.tid:
+                process.linking[record.tid] = process.deaths
 
     def take_sign(self, record):
         message = record.message
