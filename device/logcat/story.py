@@ -262,7 +262,7 @@ class Process:
         thread = self.threads.get(record.tid)
         if thread is None:
             thread = self.threads[record.tid] = Dispatch()
-            if len(self.threads) > 1 and self.old.isdisjoint(self.threads):
+            if len(self.threads) > 1 and None not in self.threads and self.old.isdisjoint(self.threads):
                 self.twice(record, f"{len(self.threads)} threads take events from the queue "
                            f"({', '.join(map(str, self.threads))}), so one may overtake the other")
             if self.complete and kind not in REST:
