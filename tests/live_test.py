@@ -19,7 +19,7 @@ from pathlib import Path
 
 SIM = Path(__file__).resolve().parent.parent / "sim"
 sys.path.insert(0, str(SIM / "live"))
-from stage import Stage  # noqa: E402
+from stage import LIMIT, Stage  # noqa: E402
 
 BAD = {  # typed: in the answer
     "sendScrenState true": "sendScrenState: no such verb; nearest: sendScreenState; help lists all",
@@ -193,9 +193,10 @@ def early_ends(build):
             # -end: it had not begun, or was done.
             if code not in (128 + end, -end, 0 if late else None) or (code != -end and "Traceback" in said):
                 faults.append(f"{end} after {when:.2f} s: exit {demo.returncode}\n{said[-2000:]}")
-        time.sleep(0.1)  # a shell's own children, while it starts, outlive it by a moment
-        left = os.listdir(folder) + [path.parent.name for path in Path("/proc").glob("[0-9]*/environ")
-                                     if folder.encode() in readable(path) and path.parent.name != str(os.getpid())]
+        limit = time.monotonic() + LIMIT / 10
+        while (left := os.listdir(folder) + [path.parent.name for path in Path("/proc").glob("[0-9]*/environ")
+                                             if folder.encode() in readable(path)]) and time.monotonic() < limit:
+            time.sleep(0.02)  # a shell's own children, while it starts, outlive it by a moment
     return faults + [f"left: {left}"] if left else faults
 
 

@@ -380,7 +380,7 @@ class Statements(unittest.TestCase):
 
     def test_random_runs_and_cuts(self):
         """Two processes and foreign lines between theirs, whole and cut: nothing but the truth."""
-        seed = int(sys.argv[1]) if sys.argv[1:] else random.SystemRandom().randrange(1 << 30)
+        seed = int(sys.argv[1]) if sys.argv[1:] else 1
         chance = random.Random(seed)
         for _ in range(100):
             runs = {pid: Run(chance, chance.uniform(36_000, 36_002), chance.random() < 0.7) for pid in (1234, 777)}
