@@ -115,7 +115,8 @@ def service_faults(build):
             last = stage.wait("both calls", lambda: stage.find(begin, call="queryStats"))
             wanted = [call for call in requests.values() if call]
             stage.wait("the requests", lambda: len(stage.call_outs(begin)) >= len(wanted))
-            got = stage.call_outs(begin), dict(stage.calls(begin))["sendBatteryStatus"][0], "--slow" not in options or last.when - now > 0.2
+            slow = "--slow" not in options or last.when - now > 0.2
+            got = stage.call_outs(begin), dict(stage.calls(begin))["sendBatteryStatus"][0], slow
             if got != (wanted, battery, True):
                 return [f"{options}: {got}, not {(wanted, battery)}"]
             service.kill()

@@ -5,6 +5,7 @@ usage: logcat_test.py [SEED]
 """
 import collections
 import dataclasses
+import json
 import random
 import re
 import signal
@@ -213,59 +214,13 @@ def render(line, pid):
             f"{line.text[0]} {tag or 'orvixJni'}: {text}")
 
 
-UP = f"D handleEvent 0; D handleServiceUp start; {ATTACH}; {LOOK_UP}; {TOLD}"
-DOWN = UP.replace("0;", "-1;").replace("Up", "Down")
-REQUEST = f"D new aidl event arrived; D handleEvent 3; {ATTACH}; D stopNetworkStatsPolling start; {LOOK_UP}"
-BOUND = f"{GOOD_LOAD}; 50 D bindToService is successful; {UP}"
-BACK = f"51 D bindToService is successful; {UP}"
-LOST = "D sendRadioStatus start; E sendRadioStatus: OrvixService is not ready"
-CLOSES = "E libc! fdsan: attempted to close file descriptor 57, expected to be unowned, actually owned by unique_fd"
-TOMBSTONE = "7 F DEBUG! pid: 1234, tid: 1240, name: Thread-4  >>> an.app <<<; 7 F DEBUG! signal 6 (SIGABRT), code -1"
-DENIED = "scontext=u:r:orvix_app:s0 tcontext=u:object_r:{}_service:s0 tclass=service_manager permissive=0"
-CASES = {  # "[+SECONDS] [TID] priority [TAG!] message; ...", a millisecond apart: the findings, in their order
-    f"{BOUND}; {REQUEST}; +3 D new aidl event arrived": "",
-    f"{BOUND}; {REQUEST}; +3 D handleEvent 5": "held, no such event",
-    f"{GOOD_LOAD}; +6 D foreign! x": "not bound",
-    f"{BOUND}; {DOWN}; +6 D foreign! x": "not back",
-    f"{BOUND}; {DOWN}; {BACK}; {REQUEST}": "",
-    f"{BOUND}; 51 D bindToService is successful": "twice",
-    f"{BOUND}; 41 D new aidl event arrived": "twice",
-    f"{BOUND}; {GOOD_LOAD}; D handleEvent 3; 41 D new aidl event arrived": "loaded again",
-    f"{BOUND}; {GOOD_LOAD}; 60 D bindToService is successful; 61 D handleEvent 0": "loaded again",
-    f"{BOUND}; I ActivityManager! Start proc 1234:an.app/u0a1 for x; {GOOD_LOAD}": "",
-    "I JNI_OnLoad entry; E JNI_OnLoad GetEnv failed; " + BOUND: "no jni",
-    BOUND.replace("D jni attached; ", ""): "lines missing",
-    "I JNI_OnLoad entry; D JNI_OnLoad exit": "lines missing",
-    f"{GOOD_LOAD}; {UP}; {REQUEST}": "lines missing",  # the line of the binding
-    f"{GOOD_LOAD}; {UP}; 50 D bindToService is successful; {REQUEST}": "",  # which comes late
-    BOUND.replace("I initialize callback success", "D new aidl event arrived"): "nobody told",
-    f"{BOUND}; {REQUEST}; I chatty! uid=1(an.app) Thread-4 expire 12 lines; D getJavaCallbackClass start": "dropped",
-    "I JNI_OnLoad entry; I initialize callback success; I initialize callback success": "filtered",
-    f"W SELinux! avc:  denied  {{ find }} for pid=1234 {DENIED.format('orvix')}": "denied",
-    f"W SELinux! avc:  denied  {{ find }} for pid=1234 {DENIED.format('foreign')}".replace("orvix", "an"): "",
-    "E servicemanager! Could not find vendor.nuvel.data.orvixservice.IOrvixService/default in the VINTF manifest":
-        "not in VINTF",
-    f"{BOUND}; D handleEvent 23; D successfully created socket; {CLOSES}": "fdsan",
-    f"{BOUND}; {CLOSES}": "",
-    f"{BOUND}; {TOMBSTONE}; 7 F DEBUG! #00 pc 0001  /vendor/lib64/libOrvixJni.so (orvix::f()+12)": "crash",
-    f"{BOUND}; {TOMBSTONE}; 7 F DEBUG! #00 pc 0001  /x/libfoo.so": "",
-    f"{GOOD_LOAD}; E AndroidRuntime! java.lang.NoClassDefFoundError: a/b/SorvixAidlClient": "no class",
-    'E AndroidRuntime! java.lang.UnsatisfiedLinkError: dlopen failed: library "libOrvixJni.so" not found': "not linked",
-}
-OUTAGES = {  # the length of each outage, if it is over, and how many calls were lost
-    f"{BOUND}; {DOWN}; {LOST}; +4 {BACK}": [(4.008, True, 1)],
-    f"{BOUND}; {DOWN}; -3600 {LOST}; {BACK}": [(None, True, 1)],  # the clock is set
-    f"{DOWN}; +4 {BACK}": [(4.006, True, 0)],
-    f"{REQUEST}; +2 {REQUEST}; {REQUEST}; {DOWN}; {BACK}": [(0.007, True, 0)],  # only a bound service asks
-    f"{DOWN}; {BACK}; {LOST}; {DOWN}; {LOST}": [(None, None, 0), (None, False, 1)],  # the binding of one that was dead,
-    f"{DOWN}; {BACK}; {LOST}; 52 D bindToService is successful": [(0.018, True, 1)],  # perhaps; here it was
-    f"{DOWN}; 51 {LINKS}; {BACK}": [(0.008, True, 0)],
-    f"{DOWN}; 51 {LINKS}; {DOWN}; {BACK}": [(None, False, 0)],
-    f"{BOUND}; 51 D bindToService is successful; {DOWN}; {LOST}; {BACK}": [(None, None, 1)],
-}
+SCENES = (ROOT / "tests/scenes/logcat.txt").read_text()
+NAMES = {"GOOD_LOAD": GOOD_LOAD, "ATTACH": ATTACH, "LOOK_UP": LOOK_UP, "LINKS": LINKS, "TOLD": TOLD}
+for name, meant in re.findall(r"^(\w+) = (.*)$", SCENES, re.M):
+    NAMES[name] = meant.format(**NAMES)
 # Of the transcripts' scenes: what is found beside what their lines of priority E say.
-SCENES = {"codes that belong to nobody": 4 * ["no such event"], "method missing": ["no method"],
-          "no object in down": ["nobody told"], "SorvixAidlClient missing": ["no method"]}
+FOUND = {"codes that belong to nobody": 4 * ["no such event"], "method missing": ["no method"],
+         "no object in down": ["nobody told"], "SorvixAidlClient missing": ["no method"]}
 
 
 def simple(text):
@@ -274,6 +229,12 @@ def simple(text):
     for later, tid, line in re.findall(r"(?:\+?(-?[\d.]+) )??(?:(\d+) )?([DIEFW] [^;]*)(?:; |$)", text):
         clock += float(later or 0.001)
         yield render(Line(clock, int(tid or 40), line), 1234)
+
+
+def scenes(kind):
+    found = re.findall(rf"^== {kind} ?(.*)\n(.*)$", SCENES, re.M)
+    assert len(found) == SCENES.count(f"== {kind}") > 5
+    return [(shown, text.format(**NAMES)) for shown, text in found]
 
 
 def told(text):
@@ -326,21 +287,22 @@ class Statements(unittest.TestCase):
         self.assertEqual(found, {})
 
     def test_cases(self):
-        for text, kinds in CASES.items():
+        for kinds, text in scenes("finds"):
             with self.subTest(text):
                 found = [finding["kind"] for finding in told(simple(text))["findings"]]
                 self.assertEqual(", ".join(kind for kind in found if kind != "begins late"), kinds)
 
     def test_outages(self):
-        for text, outages in OUTAGES.items():
+        for outages, text in scenes("outages"):
             with self.subTest(text):
                 process, = told(simple(text))["processes"]
-                self.assertEqual([(outage["seconds"], outage["over"], sum(outage["lost"].values()))
-                                  for outage in process["outages"]], outages)
+                self.assertEqual([[outage["seconds"], outage["over"], sum(outage["lost"].values())]
+                                  for outage in process["outages"]], json.loads(outages))
 
     def test_command(self):
         """Exit codes, bugreports, a live log that ends by SIGINT or whose reader ends."""
-        good, bad = ("".join(line + "\n" for line in simple(text)) for text in (BOUND, f"{BOUND}; {DOWN}; {DOWN}"))
+        good, bad = ("".join(line + "\n" for line in simple(text)) for text in
+                     (NAMES["BOUND"], "{BOUND}; {DOWN}; {DOWN}".format(**NAMES)))
         report = (f"== dumpstate: now\n------ SYSTEM LOG (logcat) ------\n{good}------ 0.1s was the duration\n"
                   f"------ LAST LOGCAT (logcat -L) ------\n{bad}")
         with tempfile.TemporaryDirectory() as folder:
@@ -373,7 +335,7 @@ class Statements(unittest.TestCase):
                 text = re.findall("^log (. .*)", scene, re.M)
                 with self.subTest(title):
                     expected = [lines.meaning(line[2:])[0].kind for line in text if line[0] == "E"]
-                    expected += next((kinds for name, kinds in SCENES.items() if title.startswith(name)), [])
+                    expected += next((kinds for name, kinds in FOUND.items() if title.startswith(name)), [])
                     found = told(render(Line(36_000 + n / 100, 40, line), 1) for n, line in enumerate(text))["findings"]
                     self.assertEqual(sorted(one["kind"] for one in found for _ in range(one["count"]) if one["wrong"]),
                                      sorted(expected))

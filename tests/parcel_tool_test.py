@@ -16,56 +16,10 @@ TOLD = re.compile(r"orvix-parcel: line \d+: (?:note: .+|[A-Za-z.]+: (?:NOT_ENOUG
                   r"|UNEXPECTED_NULL) at byte \d+ in \S.* \([A-Za-z\[\]@ ]+\))")
 TRUE_7 = '{"int1":7,"flag1":true}'
 BATTERY = "0c0000000700000001000000"
-DESCRIPTOR = "852a6466" + "00" * 20
 NO_PATH = "a descriptor's path is not in the bytes: reading gives /dev/null for any"
-TOKEN = "00000080" "ffffffff" "53595354" "27000000" + "vendor.nuvel.data.orvixservice.IRequest\0".encode("utf-16-le").hex()
-CASES = {  # command: output, and error output, as a regular expression
-    f"decode BatteryState {BATTERY.upper()}": (TRUE_7, ""),
-    # As captured.
-    f"decode BatteryState 0x0c 0X00,0x00 0x00\n{BATTERY[8:]}\r\n": (TRUE_7, ""),
-    f"decode IRequest.getFdforUID {TOKEN}07000000": ("[7]", "note: the interface token in front takes 96 bytes, .*"),
-    f"decode IOrvixService.sendLPMStatus {TOKEN}01000000": ("", ".*: the bytes begin with .* a call to vendor.*IRequest"),
-    f"decode BatteryState {TOKEN}{BATTERY}": ("", ".*: the bytes begin with the interface token of a call to .*IRequest"),
-    # What every interface can be asked.
-    "decode IRequest.getInterfaceVersion.reply 0000000007000000": ("[7]", ""),
-    'encode IOrvixService.getInterfaceHash.reply ["a"]': ("00000000" "01000000" "61000000", ""),
-    "decode IOrvixService.getInterfaceHash.reply fdffffff010000006100000000000000": ("", ".*: no answer, but .*EX_ILLEGAL_ARG.*"),
-    # Another process's binder cannot be made, but its bytes can be shown.
-    f"decode IOrvixService.registerRequest 852a68731300000001000000{'00' * 12}3f000000": ('["remote binder"]', ""),
-    'encode IOrvixService.registerRequest ["remote binder"]': ("", ".*: argument 1: must be IRequest, .*"),
-    # Read without an error, as on a device, and odd.
-    f"decode BatteryState {BATTERY}00000000": (TRUE_7, "note: 4 bytes from byte 12 are not read"),
-    f"decode BatteryState 08{BATTERY[2:]}": ('{"int1":7,"flag1":false}', "note: BatteryState ends before flag1, .*"),
-    f"decode BatteryState 10{BATTERY[2:]}": (TRUE_7, "note: the size .* is 16, its members take 12; .* 4 bytes past.*"),
-    f"decode BatteryState {BATTERY[:-2]}": (TRUE_7, "note: 11 bytes, filled up with zeros .*"),
-    # Bytes that no reader takes.
-    f"decode BatteryState 03{BATTERY[2:]}": ("", "BatteryState: BAD_VALUE at byte 0 in the size of .*"),
-    "decode IOrvixService.sendCensusInfo 010000005000000000000000": ("", ".* at byte 8 in argument 1.buildInfo .*"),
-    "decode IOrvixService.sendNetworkStatsForAllUids 05000000ffffff7f": ("", ".* at byte 4 in argument 2 .*Params..."),
-    "decode IOrvixService.registerRequest 852a68731300000001000000": ("", ".* at byte 0 in argument 1 .IRequest."),
-    # No descriptor; null; one that has a second descriptor.
-    f"decode IOrvixService.sendFdforUID 0100000000000000{'00' * 24}": ("", ".*: BAD_TYPE at byte 0 in argument 1 .*"),
-    f"decode IOrvixService.sendFdforUID 0000000000000000{DESCRIPTOR}": ("", ".*: UNEXPECTED_NULL at byte 0 in argu.*"),
-    f"decode IOrvixService.sendFdforUID 0100000001000000{DESCRIPTOR}": ("", ".*: BAD_TYPE at byte 0 in argument 1 .*"),
-    "decode BatteryState 0cx0": ("", "BatteryState: not hex at character 3; an example: .*"),
-    "decode BatteryState 0c0": ("", "BatteryState: an odd number of hex digits: 3"),
-    # Values that are none.
-    'encode BatteryState {"int1":7}': ("", "BatteryState: flag1: is missing; must be boolean, for example true"),
-    'encode BatteryState {"int1":7,"int1":8,"flag1":true}': ("", "BatteryState: the member int1 is there twice"),
-    'encode BatteryState {"intl":7,"flag1":true}': ("", ".*: intl: no such member; BatteryState has int1, flag1.*"),
-    'encode BatteryState {"int1":2147483648,"flag1":true}': ("", r".* int \(-2147483648 to 2147483647\), .*, not .*"),
-    'encode BatteryState {"int1":7.0,"flag1":true}': ("", "BatteryState: int1: must be int .*, for example 5, not 7.0"),
-    'encode IOrvixService.sendNetworkStatsForAllUids [1,[{"uid":1,"flag1":true,"flag2":1}]]': (
-        "", r".*: argument 2\[0\].flag2: must be boolean, for example true, not 1"),
-    'encode IRequest.sendBlobToApk [5,"hex:0"]': ("", '.*: argument 2: must be byte.., for example "hex:00ff", not .*'),
-    "encode IRequest.sendBlobToApk [5]": ("", r".*: must be \(int, byte\[\]\), for example \[5,.*"),
-    "encode IRequest.sendBlobToApk [5": ("", ".*: not well-formed JSON at byte 3: .*"),
-}
-USAGE = {
-    f"decode Batterystat {BATTERY}": ("", "no record or method Batterystat; nearest: BatteryState"),
-    "decode startUidStatsPoling 00": ("", "no record or method .*; nearest: IRequest.startUidStatsPolling"),
-    "decode BatteryState": ("", "HEX is required; .*"),
-}
+STANDS_FOR = {"<CR>": "\r", "<LF>": "\n", "<TOKEN>": "00000080" "ffffffff" "53595354" "27000000"
+              + "vendor.nuvel.data.orvixservice.IRequest\0".encode("utf-16-le").hex()}
+SESSION = re.compile(r"^\$ (.*)\n((?:[^$!~#\n].*\n)?)(?:(~|!!?) (.*)\n)?", re.M)
 
 
 def tool(*arguments, items=(), stdout=subprocess.PIPE):
@@ -110,11 +64,13 @@ class ParcelTool(unittest.TestCase):
                 self.assertEqual((damaged.returncode, damaged.stdout.count("\n")), (errors > 0, len(items) - errors))
 
     def test_cases(self):
-        for command, (output, error) in (CASES | USAGE).items():
+        scenes = pathlib.Path(__file__).with_name("scenes").joinpath("parcel.txt").read_text(encoding="utf-8")
+        self.assertEqual(scenes.count("\n$ "), len(sessions := SESSION.findall(scenes)))
+        for command, output, mark, error in sessions:
+            command = re.sub("<[A-Z]+>", lambda name: STANDS_FOR[name[0]], command)
             answer = tool(*command.split(" ", 2))
             with self.subTest(command):
-                code = 0 if output else 2 if command in USAGE else 1
-                self.assertEqual((answer.returncode, answer.stdout), (code, output + "\n" if output else ""))
+                self.assertEqual((answer.returncode, answer.stdout), (mark.count("!"), output))
                 self.assertRegex(answer.stderr, f"\\Aorvix-parcel: {error}\n\\Z" if error else r"\A\Z")
 
     def test_a_bad_line_and_a_full_output(self):
