@@ -176,22 +176,23 @@ def early_ends(build):
     with tempfile.TemporaryDirectory() as folder:
         demos = []
         for end in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGTERM, signal.SIGPIPE):
-            demos.append((end, random.uniform(0.1, 1.2), subprocess.Popen(
+            demos.append((end, random.uniform(0, 1), subprocess.Popen(
                 [SIM / "live/demo.py", "--build", build], env=os.environ | {"TMPDIR": folder}, stdout=subprocess.PIPE,
                 stderr=subprocess.STDOUT)))
+        for _, _, demo in demos:
+            demo.stdout.readline()  # before it, the interpreter itself is at work
         begin = time.monotonic()
         for end, when, demo in sorted(demos, key=lambda each: each[1]):
             time.sleep(max(0, begin + when - time.monotonic()))
-            if end == signal.SIGPIPE:
-                demo.stdout.readline()
+            if demo.poll() is None and end == signal.SIGPIPE:
                 demo.stdout.close()
-            elif not demo.poll():
-                demo.send_signal(end)
+            else:
+                demo.send_signal(end)  # nothing, if it has ended
         faults = []
         for end, when, demo in demos:
-            said = "" if end == signal.SIGPIPE else demo.stdout.read().decode()
+            said = "" if demo.stdout.closed else demo.stdout.read().decode()
             late, code = "expectations held" in said, demo.wait()
-            # -end: it had not begun, or was done.
+            # -end: it was done.
             if code not in (128 + end, -end, 0 if late else None) or (code != -end and "Traceback" in said):
                 faults.append(f"{end} after {when:.2f} s: exit {demo.returncode}\n{said[-2000:]}")
         limit = time.monotonic() + LIMIT / 10
