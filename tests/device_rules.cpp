@@ -1,5 +1,6 @@
-// The C library's rule on a device, preloaded: who uses a mutex or a condition variable that was destroyed ends the
-// process. What is destroyed while it is locked stays as it was; a waiter of a destroyed condition variable sleeps on.
+// The C library's rule on a device, linked before all others: who uses a mutex or a condition variable that was
+// destroyed ends the process. What is destroyed while it is locked stays as it was; a waiter of a destroyed condition
+// variable sleeps on.
 
 #include <dlfcn.h>
 #include <pthread.h>

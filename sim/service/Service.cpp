@@ -39,7 +39,7 @@ Service::Service(Output& lines, int itsVersion, Milliseconds itsPace)
           grave->service->bury(grave->number);
       })) {
     AIBinder_DeathRecipient_setOnUnlinked(recipient.get(), [](void* cookie) { delete static_cast<Grave*>(cookie); });
-    AIBinder_Class* const clazz = AIBinder_Class_define(
+    static AIBinder_Class* const clazz = AIBinder_Class_define(  // a class has no end
         orvix::IOrvixService::descriptor, [](void* service) { return service; }, [](void*) {}, onTransact);
     own = ndk::SpAIBinder(AIBinder_new(clazz, this));
     AIBinder_markVintfStability(own.get());
