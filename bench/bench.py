@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """What the library costs, each figure beside its floor from the same run. Exit code 1 when a target is missed.
 
-Instructions and allocations are exact and repeat; times are of this machine at this moment, and the ratio is what
-counts.
+Instructions and allocations repeat for one build in one folder; times are of this machine at this moment, and the ratio
+is what counts.
 """
 
 import argparse
