@@ -21,6 +21,7 @@ std::vector<Word> splitWords(const std::string& line);
 // What splitWords would give for the arguments: a record as its members, one after the other.
 std::string typedWords(const Json& arguments);
 
+// NOLINTNEXTLINE(bugprone-exception-escape): that a move of JSON throws nothing is more than the check can see
 struct Typed {
     std::shared_ptr<void> arguments;
     std::vector<std::optional<Bytes>> raw;  // of an argument that was typed as a record's bytes: these

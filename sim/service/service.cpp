@@ -71,7 +71,9 @@ int run(int argc, char** argv) {
         good = good && outcome != Verbs::Outcome::kWrong;
         quit = outcome == Verbs::Outcome::kQuit;
     }
-    while (serve && !quit) pause();
+    if (serve && !quit) {
+        for (;;) pause();
+    }
     // Binder threads still run: nothing that they use may be destroyed.
     std::exit(good || isatty(STDIN_FILENO) ? 0 : 2);
 }
