@@ -1,6 +1,8 @@
 # The interface: records, proxies and stubs in one process, and the .aidl files beside them.
+add_library(aidl_methods STATIC aidl_methods.cpp)
+target_link_libraries(aidl_methods PUBLIC orvix_aidl orvix_json)
 add_library(aidl_test_support STATIC aidl_support.cpp)
-target_link_libraries(aidl_test_support PUBLIC orvix_aidl orvix_json GTest::gtest ${CMAKE_DL_LIBS})
+target_link_libraries(aidl_test_support PUBLIC aidl_methods GTest::gtest ${CMAKE_DL_LIBS})
 target_compile_definitions(aidl_test_support PRIVATE TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data")
 
 foreach(name golden contract)

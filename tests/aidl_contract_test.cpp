@@ -8,6 +8,8 @@
 
 #include "bench/allocations.h"
 #include "callback/OrvixCallback.h"
+#include "tests/aidl_methods.h"
+#include "tests/aidl_peers.h"
 #include "tests/aidl_support.h"
 
 namespace orvix_test {
@@ -51,27 +53,27 @@ void expectVersionAndHash(I& object, int32_t version, const char* hash) {
 }
 
 template <typename I, typename Default>
-void expectToKnowItsOwn() {
+void expectToKnowItsOwn(const std::string& name) {
     static const char* const kHash = "7c3e91a0f25d48b6a0e4c1d9358b2f7e64a0d13c";
-    const auto stub = recorderOf<I>([](const auto&, const auto&) {});
-    expectVersionAndHash<I>(*stub, 7, kHash);
+    const auto stub = recorderOf(name, [](auto...) {});
+    expectVersionAndHash<I>(static_cast<I&>(*stub), 7, kHash);
     const auto beyond = static_cast<transaction_code_t>(std::tuple_size_v<decltype(I::methods)>) + 1;
     for (const transaction_code_t code : {transaction_code_t{0}, beyond, transaction_code_t{0x00fffffd}}) {
         const ndk::ScopedAParcel in = parcelOf(Bytes{}), out = parcelOf(Bytes{});
-        EXPECT_EQ(onTransact<I>(stub->asBinder().get(), code, in.get(), out.get()), STATUS_UNKNOWN_TRANSACTION);
+        EXPECT_EQ(dispatch(name, stub->asBinder().get(), code, in.get(), out.get()), STATUS_UNKNOWN_TRANSACTION);
     }
     const std::shared_ptr<I> object = ndk::SharedRefBase::make<Default>();
-    forEachMethod<I>([&](const auto& method) {
-        const ScopedAStatus status = call(method, *object, ArgumentsOf<decltype(method)>());
+    for (const sim::Method& method : methodsOf(name)) {
+        const ScopedAStatus status = call(*object, method, method.arguments.make().get());
         EXPECT_EQ(status.getStatus(), STATUS_UNKNOWN_TRANSACTION) << method.name;
-    });
+    }
     expectVersionAndHash(*object, 0, "");
     EXPECT_EQ(object->asBinder().get(), nullptr);
     EXPECT_FALSE(object->isRemote());
 }
 TEST(Contract, StubsKnowTheirOwnAndDefaultsNothing) {
-    expectToKnowItsOwn<IOrvixService, IOrvixServiceDefault>();
-    expectToKnowItsOwn<IRequest, IRequestDefault>();
+    expectToKnowItsOwn<IOrvixService, IOrvixServiceDefault>("IOrvixService");
+    expectToKnowItsOwn<IRequest, IRequestDefault>("IRequest");
     // Asked in the process, without a transaction.
     const auto local = ndk::SharedRefBase::make<::orvix::OrvixCallback>();
     expectVersionAndHash<IRequest>(*local, IRequest::version, IRequest::hash.c_str());
@@ -191,8 +193,8 @@ TEST(Contract, AnIntIsDispatchedWithoutAnyAllocation) {
     const auto counter = ndk::SharedRefBase::make<Counter>();
     const ndk::SpAIBinder binder = stubOf<IRequest>(counter);
     const ndk::ScopedAParcel in = parcelOf(std::vector<int32_t>{5000});
-    const auto dispatch = [&] { EXPECT_EQ(onTransact<IRequest>(binder.get(), 2, in.get(), nullptr), STATUS_OK); };
-    EXPECT_EQ(allocations::of(dispatch).allocations, 0u);
+    const auto dispatchInt = [&] { EXPECT_EQ(dispatch("IRequest", binder.get(), 2, in.get(), nullptr), STATUS_OK); };
+    EXPECT_EQ(allocations::of(dispatchInt).allocations, 0u);
     EXPECT_EQ(counter->got, 5000);
 }
 #endif

@@ -4,6 +4,9 @@
 
 #include <fstream>
 #include <stdexcept>
+#include <string>
+
+#include "sim/json/Json.h"
 
 namespace orvix_test {
 

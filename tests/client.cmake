@@ -8,6 +8,6 @@ foreach(border AIBinder_transact AIBinder_associateClass AIBinder_linkToDeath AI
     target_link_options(fake_jni INTERFACE -Wl,--wrap=${border})
 endforeach()
 
-orvix_test(jni_transcript_test SOURCES jni_transcript_test.cpp LIBRARIES fake_jni)
+orvix_test(jni_transcript_test SOURCES jni_transcript_test.cpp jni_scenes.cpp LIBRARIES fake_jni aidl_methods)
 orvix_test(client_faults_test SOURCES client_faults_test.cpp LIBRARIES fake_jni)
 orvix_test(client_ends_test SOURCES client_ends_test.cpp LIBRARIES fake_jni)

@@ -14,7 +14,6 @@
 
 #include "callback/OrvixCallback.h"
 #include "client/AidlClient.h"
-#include "tests/aidl_support.h"
 #include "tests/fake_jni.h"
 #include "tests/process.h"
 

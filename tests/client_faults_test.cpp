@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "client/AidlClient.h"
-#include "tests/aidl_support.h"
 #include "tests/fake_jni.h"
 #include "tests/process.h"
 

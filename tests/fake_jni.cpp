@@ -19,7 +19,6 @@
 #include <mutex>
 
 #include "sim/json/Json.h"
-#include "sim/json/Types.h"
 #include "tests/jni_recorder.h"
 #include "tests/process.h"
 
@@ -72,14 +71,14 @@ std::string argumentsOf(transaction_code_t code, AParcel* in) {
     const int32_t end = AParcel_getDataPosition(in);
     const size_t units = std::strlen(orvix::IOrvixService::descriptor) + 1;
     AParcel_setDataPosition(in, static_cast<int32_t>(4 * 4 + (units * 2 + 3) / 4 * 4));  // behind the token
-    const auto read = [&](const auto& row) {
-        if (row.code != code) return;
-        typename std::remove_cvref_t<decltype(row)>::Arguments arguments{};
-        if (orvix::readArguments(in, arguments) == STATUS_OK && AParcel_getDataPosition(in) == end) {
-            text = sim::toJson(arguments).dump();
+    for (const sim::Method& method : sim::allMethods()) {
+        if (method.interface != "IOrvixService" || method.code != code) continue;
+        const std::shared_ptr<void> arguments = method.arguments.make();
+        const binder_status_t status = method.arguments.read(in, arguments.get());
+        if (status == STATUS_OK && AParcel_getDataPosition(in) == end) {
+            text = sim::toJson(method.arguments, arguments.get()).dump();
         }
-    };
-    std::apply([&](const auto&... rows) { (read(rows), ...); }, orvix::IOrvixService::methods);
+    }
     AParcel_setDataPosition(in, end);
     return masked("socket:[", text);
 }

@@ -16,7 +16,7 @@
 
 #include "aidl/IOrvixService.h"
 #include "sim/vm/quiet_jni.h"
-#include "tests/aidl_support.h"
+#include "tests/aidl_peers.h"
 
 namespace fake {
 
@@ -48,14 +48,6 @@ bool waitFor(std::string_view start, size_t times = 1);
 jbyteArray bytes(const std::vector<uint8_t>& bytes);
 jobject parcel(AParcel* content);  // takes the parcel, which is read from its position
 jobjectArray array(const std::vector<jobject>& elements);
-template <typename Record>
-jobject parcelOf(const Record& record) {
-    AParcel* content = AParcel_create();
-    record.writeToParcel(content);
-    AParcel_setDataPosition(content, 0);
-    return parcel(content);
-}
-
 // The name that the library waits for.
 inline constexpr const char* kServiceName = "vendor.nuvel.data.orvixservice.IOrvixService/default";
 

@@ -3,11 +3,16 @@
 #include <android/binder_parcel_jni.h>
 #include <gtest/gtest.h>
 
+#include "aidl/Codec.h"
+#include "sim/json/Json.h"
 #include "sim/vm/quiet_jni.h"
 #include "tests/aidl_support.h"
 
 namespace orvix_test {
 namespace {
+
+using aidl::vendor::nuvel::data::orvixservice::codec::allocateString;
+using ndk::ScopedAStatus;
 
 void expectWritten(const std::string& hex, binder_status_t status, auto function, auto... arguments) {
     const ndk::ScopedAParcel parcel(AParcel_create());
@@ -83,8 +88,9 @@ TEST(Parcel, StringsCrossTheEncodingsAsMeasured) {
             expectWritten(hex, row["write_status"], AParcel_writeString, in.data(), static_cast<int32_t>(in.size()));
         }
         std::string out;
-        EXPECT_EQ(row["read_status"], AParcel_readString(parcelOf(bytesOfHex(hex)).get(), &out, codec::allocateString));
-        EXPECT_EQ(row["utf8_out"], hexOf(Bytes(out.begin(), out.end())));
+        EXPECT_EQ(row["read_status"].get<binder_status_t>(),
+                  AParcel_readString(parcelOf(bytesOfHex(hex)).get(), &out, allocateString));
+        EXPECT_EQ(row["utf8_out"].get<std::string>(), hexOf(Bytes(out.begin(), out.end())));
     }
 }
 
