@@ -12,6 +12,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 import zipfile
 from pathlib import Path
@@ -316,18 +317,24 @@ class Statements(unittest.TestCase):
                     path.write_text(text)
                 with self.subTest(name):
                     self.assertEqual(subprocess.run([TOOL, path], capture_output=True, check=False).returncode, code)
-        for end in (lambda process: process.send_signal(signal.SIGINT), lambda process: process.stdout.close()):
+        interrupt, shut = (lambda process: process.send_signal(signal.SIGINT), lambda process: process.stdout.close())
+        for end, wrong, code in ((interrupt, False, 0), (shut, False, 0), (interrupt, True, 1)):
             with subprocess.Popen([TOOL], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                   text=True) as process:
-                process.stdin.write(good)
+                patience = threading.Timer(60, process.kill)
+                patience.start()
+                process.stdin.write(good + wrong * "E/orvixJni( 1234): sendCensusInfo: JNIEnv is NULL\n")
                 process.stdin.flush()
                 self.assertIn("loaded", process.stdout.readline())
                 self.assertIn("bound, 3 ms after the load", process.stdout.readline())
+                if wrong:  # while the log goes on
+                    self.assertIn("! ", process.stdout.readline())
                 end(process)
                 rest = "" if process.stdout.closed else process.stdout.read()
-                self.assertEqual("nothing is wrong" in rest, not process.stdout.closed)
+                self.assertEqual("nothing is wrong" in rest, not process.stdout.closed and not wrong)
                 process.stdin.close()
-                self.assertEqual((process.stderr.read(), process.wait()), ("", 0))
+                self.assertEqual((process.stderr.read(), process.wait()), ("", code))
+                patience.cancel()
 
     def test_transcripts(self):
         for path in (ROOT / "tests/transcripts").glob("*.txt"):
