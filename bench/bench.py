@@ -153,7 +153,7 @@ def live(build, report, progress):
         loads = java.ask("loads")
         report.add("real VM", "JNI_OnLoad, median", "us", statistics.median(loads) / 1000)
         times = java.ask("callOuts")
-        # Attaching takes nearly all of it, and as long as it pleases: the quieter runs say more.
+        # Attaching takes nearly all of it, and as long as it pleases: the quicker ones say more.
         library, floor, logged = (percentile(times[side::3], 0.25) for side in range(3))
         report.add("real VM", "call-out, from queued to returned", "ns", library, floor)
         report.add("real VM", "call-out: floor with the log lines", "ns", library, logged, 1.05)

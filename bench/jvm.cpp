@@ -82,25 +82,23 @@ JNIEXPORT void Java_vendor_nuvel_data_orvixadmin_Bench_bareSend(JNIEnv*, jclass,
     bare::sendFGNetworkInfo(gService.get(), ratType, techType, value);
 }
 
-JNIEXPORT jlongArray Java_vendor_nuvel_data_orvixadmin_Bench_callOuts(JNIEnv* env, jclass, jint batches, jint each) {
+JNIEXPORT jlongArray Java_vendor_nuvel_data_orvixadmin_Bench_callOuts(JNIEnv* env, jclass, jint count) {
     dropLog();
     JavaVM* vm = nullptr;
     env->GetJavaVM(&vm);
     const jclass callOuts = classOfCallOuts(env);
     std::vector<jlong> times;
     std::thread([&] {
-        for (int batch = 0; batch < batches; ++batch) {
+        for (int i = 0; i < 3 * count; ++i) {
             const auto begin = Clock::now();
-            for (int i = 0; i < each; ++i) {
-                if (batch % 3 == 0) {
-                    orvix::gAidlClient->pushEv({.type = 8, .longArg = i});
-                    orvix::gAidlClient->handleEvents();
-                    continue;
-                }
-                if (batch % 3 == 2) logLinesOfACallOut();
+            if (i % 3 == 0) {
+                orvix::gAidlClient->pushEv({.type = 8, .longArg = i});
+                orvix::gAidlClient->handleEvents();
+            } else {
+                if (i % 3 == 2) logLinesOfACallOut();
                 bare::startUidStatsPolling(vm, callOuts, i);
             }
-            times.push_back(nanoseconds(Clock::now() - begin) / each);
+            times.push_back(nanoseconds(Clock::now() - begin));
         }
     }).join();
     env->DeleteGlobalRef(callOuts);

@@ -65,8 +65,8 @@ auto javaOf(const sim::Json& json) {
     } else if constexpr (std::is_arithmetic_v<T>) {
         return json.get<T>();
     } else if constexpr (std::is_same_v<T, sim::Bytes>) {
-        const std::string hex = json.is_null() ? "hex:" : json.get<std::string>();
-        return json.is_null() ? nullptr : fake::bytes(sim::bytesOfHex(hex.substr(std::strlen("hex:"))));
+        if (json.is_null()) return jbyteArray{};
+        return fake::bytes(sim::bytesOfHex(json.get<std::string>().substr(std::strlen("hex:"))));
     } else if constexpr (Record<T>) {
         return parcelOf(T::descriptor, json);
     } else {
