@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/fsuid.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -20,8 +19,10 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 
 #include "platform/linux/src/Frame.h"
@@ -346,24 +347,33 @@ int logged(const char* text) {
     return static_cast<int>(std::erase_if(lines, [&](const auto& line) { return line.find(text) != line.npos; }));
 }
 
+// How often this thread of the process has gone to sleep.
+std::string sleepsOf(pid_t thread) {
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+    for (std::string word, count; status >> word;) {
+        if (word == "voluntary_ctxt_switches:" && status >> count) return count;
+    }
+    return "";
+}
+
 TEST(Names, WaitingIsWokenNotPolling) {
     constexpr const char* kLine = "Waited one second for test.late";
     const ndk::SpAIBinder late = newBinder();
     logged(kLine);
-    rusage used{};
+    std::atomic<pid_t> tid{0};
     std::thread waiter([&] {
+        tid = gettid();
         EXPECT_EQ(late, ndk::SpAIBinder(AServiceManager_waitForService("test.late")));
-        getrusage(RUSAGE_THREAD, &used);
     });
+    EXPECT_TRUE(eventually([&] {
+        const std::string before = sleepsOf(tid);
+        usleep(300'000);
+        return !before.empty() && before == sleepsOf(tid);
+    })) << "never asleep for so long at a time";
     ASSERT_TRUE(eventually([&] { return logged(kLine) == 1; }));
     EXPECT_EQ(EX_NONE, AServiceManager_addService(late.get(), "test.late"));
     waiter.join();
     EXPECT_EQ(0, logged(kLine)) << "before the second is over";
-#ifdef EMULATOR  // which waits for itself now and then
-    EXPECT_LT(used.ru_nvcsw, 40);
-#else
-    EXPECT_LT(used.ru_nvcsw, 10);
-#endif
 }
 
 // What a recipient of deaths has seen; the cookie of its links.
