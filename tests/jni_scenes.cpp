@@ -120,14 +120,8 @@ const std::map<std::string, void (*)(const sim::Json&)> kSteps = {
     {"registerNatives", [](const auto& result) { quiet::script.registerNatives = result[0]; }},
     {"attach", [](const auto& result) { quiet::script.attach = result[0].template get<jint>(); }},
     {"allocObject", [](const auto& can) { quiet::script.allocObject = can[0]; }},
-    {"missing",
-     [](const auto& names) {
-         quiet::script.missing = {names.begin(), names.end()};
-     }},
-    {"misuse",
-     [](const auto& texts) {
-         quiet::script.misuse = {texts.begin(), texts.end()};
-     }},
+    {"missing", [](const auto& names) { names.get_to(quiet::script.missing); }},
+    {"misuse", [](const auto& texts) { texts.get_to(quiet::script.misuse); }},
     {"tagSocket", [](const auto& result) { fake::script.tagSocket = result[0]; }},
     {"nullServices", [](const auto& times) { fake::script.nullServices = times[0].template get<int>(); }},
     {"serveAnotherTwice",
