@@ -41,7 +41,7 @@ ScopedAStatus call(ndk::ICInterface& object, const sim::Method& method, const vo
     return callIt(object, method, arguments);
 }
 
-std::shared_ptr<ndk::ICInterface> recorderOf(const std::string& interface, const Record& record) {
+std::shared_ptr<ndk::ICInterface> recorderOf(const std::string& interface, const OnCall& record) {
     const Answer read = [interface, record](transaction_code_t code, const AParcel* in, AParcel*) {
         for (const sim::Method& method : methodsOf(interface)) {
             if (method.code != code) continue;

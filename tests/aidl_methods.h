@@ -20,8 +20,8 @@ std::vector<sim::Method> methodsOf(const std::string& interface);
 ndk::ScopedAStatus call(ndk::ICInterface& object, const sim::Method& method, const void* arguments);
 
 // A proxy, as another process has it, of a stub that tells its calls to `record`.
-using Record = std::function<void(const sim::Method& method, const void* arguments)>;
-std::shared_ptr<ndk::ICInterface> recorderOf(const std::string& interface, const Record& record);
+using OnCall = std::function<void(const sim::Method& method, const void* arguments)>;
+std::shared_ptr<ndk::ICInterface> recorderOf(const std::string& interface, const OnCall& record);
 
 // What the interface's own stub does with a transaction to such a binder.
 binder_status_t dispatch(const std::string& interface, AIBinder* binder, transaction_code_t code, const AParcel* in,

@@ -347,13 +347,15 @@ int logged(const char* text) {
     return static_cast<int>(std::erase_if(lines, [&](const auto& line) { return line.find(text) != line.npos; }));
 }
 
-// How often this thread of the process has gone to sleep.
-std::string sleepsOf(pid_t thread) {
+// The last time that this thread of the process went to sleep, by its number; empty while it is awake.
+std::string sleepOf(pid_t thread) {
     std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
-    for (std::string word, count; status >> word;) {
-        if (word == "voluntary_ctxt_switches:" && status >> count) return count;
+    std::string state, count;
+    for (std::string word; status >> word;) {
+        if (word == "State:") status >> state;
+        if (word == "voluntary_ctxt_switches:") status >> count;
     }
-    return "";
+    return state == "S" ? count : "";
 }
 
 TEST(Names, WaitingIsWokenNotPolling) {
@@ -366,9 +368,9 @@ TEST(Names, WaitingIsWokenNotPolling) {
         EXPECT_EQ(late, ndk::SpAIBinder(AServiceManager_waitForService("test.late")));
     });
     EXPECT_TRUE(eventually([&] {
-        const std::string before = sleepsOf(tid);
+        const std::string before = sleepOf(tid);
         usleep(300'000);
-        return !before.empty() && before == sleepsOf(tid);
+        return !before.empty() && before == sleepOf(tid);
     })) << "never asleep for so long at a time";
     ASSERT_TRUE(eventually([&] { return logged(kLine) == 1; }));
     EXPECT_EQ(EX_NONE, AServiceManager_addService(late.get(), "test.late"));

@@ -36,14 +36,4 @@ void fromJson(const Json& json, const Type& type, void* value, const std::string
 // Of a place that lacks a value.
 [[noreturn]] void refuseMissing(const Type& type, const std::string& path);
 
-// For whoever includes Types.h.
-template <typename T>
-Json toJson(const T& value) {
-    return toJson(typeOf<T>(), &value);
-}
-template <typename T>
-void fromJson(const Json& json, T& value) {
-    fromJson(json, typeOf<T>(), &value);
-}
-
 }  // namespace sim
